@@ -1,0 +1,69 @@
+// The host process: the data folder, the loaded plug-in files, the command
+// table (plug-in commands and the shell's builtins) and the running of
+// command lines. labshell is a thin front over this; tests use it in-process.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "CommandBase.h"
+#include "HostServices.h"
+#include "WString.h"
+
+struct AutomaticTestEntry;
+
+namespace Host {
+
+// Creates DIR and DIR/log when missing, opens (or creates) DIR/usage.db and
+// reads DIR/config.ini. False with a message when the folder or the store
+// cannot be used; the store's file is then left untouched.
+bool OpenDataFolder(WString const& dir, std::string& error);
+
+// dlopen with global symbols, then the registry's calling order: select the
+// file, take its factories and its automatic tests. A non-zero selection
+// result goes to `warning`; the file's commands are still offered.
+bool LoadPlugin(std::string const& path, std::string& error, std::string& warning);
+
+// A builtin of the shell: gets the words of its line after the name.
+struct BuiltinContext {
+    std::vector<WString> words;  // the words after the name, quotes removed
+    WString restOfLine;          // the raw text after the name, trimmed
+    Pipe pipe;
+    RunState* caller;            // the run that ran the line, or null for the shell
+};
+using Builtin = std::function<ExitCode(BuiltinContext&)>;
+void AddBuiltin(WString const& name, WString const& usage, Builtin builtin);
+
+// Runs a command line in the foreground on a run thread of its own and gives
+// its final code. `parent` is the run that asked (CommandBase::Run), or null.
+ExitCode RunLine(WString const& line, Pipe const& pipe, RunState* parent = nullptr, unsigned int mode = 0);
+// Starts a command line as a background run (an orphan); gives its process id,
+// or -1 with the failure's code in `failure`.
+int StartBackground(WString const& line, Pipe const& pipe, ExitCode& failure);
+
+// Names of every command, plug-in ones and builtins, sorted; help of one.
+std::vector<WString> CommandNames();
+bool ShowHelp(WString const& name, Pipe const& pipe);
+
+// The automatic tests that the loaded files offer.
+std::vector<AutomaticTestEntry> AutomaticTests();
+
+// Stops runs like the shell's kill: one by id, all of a name, or all that are
+// not immune (generalKill) / all (generalKill false with everyone true).
+// Waits until they have ended. Gives how many were stopped.
+int StopRun(int processId);
+int StopRunsNamed(WString const& name);
+int StopAllRuns(bool includeImmune);
+
+struct RunInfo {
+    int processId;
+    WString name;
+    WString line;
+};
+std::vector<RunInfo> LiveRuns();
+
+// Ends the host: stops every run and waits for their OnExit.
+void Shutdown();
+
+}  // namespace Host
