@@ -11,7 +11,7 @@
 #include "HostServices.h"
 #include "WString.h"
 
-struct AutomaticTestEntry;
+class AutomaticTestEntry;
 
 namespace Host {
 
