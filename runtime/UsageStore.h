@@ -1,0 +1,84 @@
+// The usage store behind UsageLog: the items in memory, their dirty state,
+// the running automatic timers and the link to the store's file.
+//
+// Keys are found without regard to ASCII letter case and without allocating.
+// Every operation takes the store's lock for itself only; values are read
+// through references without a lock. A change marks its item dirty; a save
+// writes only the dirty items and the deletions since the last save, in one
+// transaction, and does its file work without holding the store's lock.
+//
+// Decisions where the contract leaves room:
+// - An operation that names a kind (counter, timer, date) on a key that holds
+//   another kind keeps the item as it is and works on its value.
+// - Writes through a reference whose item was deleted are ignored; reads give
+//   the last value.
+// - Without an open file SaveChanges does nothing and items stay dirty.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+
+#include "UsageData.h"
+#include "UsageLog.h"
+
+class UsageStoreFile;
+
+class UsageStore {
+public:
+    UsageStore();
+    ~UsageStore();
+    UsageStore(UsageStore const&) = delete;
+    UsageStore& operator=(UsageStore const&) = delete;
+
+    // Host side: the store's file. Open creates the file with an empty store
+    // when it is missing, refuses (false, `error` set, file untouched) a file
+    // that is not a usage store, and otherwise replaces the items in memory
+    // with the file's. Close ends the link; the items stay in memory.
+    bool Open(std::string const& path, std::string& error);
+    void Close();
+    bool IsOpen() const;
+    // Changes not yet saved: dirty items and pending deletions.
+    unsigned int DirtyCount() const;
+    // Rows the last successful save wrote (upserts plus deletions).
+    unsigned int LastSaveRowCount() const;
+
+    // Items.
+    std::shared_ptr<UsageData> Find(std::wstring_view key) const;
+    // The item of that key; a missing one is made with `type` and `value`.
+    std::shared_ptr<UsageData> FindOrCreate(std::wstring_view key, UsageDataType type, std::uint32_t value);
+    unsigned int Count() const;
+    void AppendAllKeys(WStringArray& keys) const;
+    void AppendMatchingKeys(std::wstring_view pattern, WStringArray& keys) const;
+    bool Delete(std::wstring_view key);
+    // Adds `amount` to the item of that key, made with `type` and 0 when missing.
+    void Add(std::wstring_view key, UsageDataType type, std::uint32_t amount);
+    // Sets the value of the item of that key, made with `type` when missing;
+    // with `addToHistory` the value also goes into its history.
+    void Set(std::wstring_view key, UsageDataType type, std::uint32_t value, bool addToHistory);
+
+    // Changes through a handle; ignored once the item is deleted.
+    // SetValue on a date that has history adds the new date to it.
+    static void SetValue(UsageData& item, std::uint32_t value);
+    static void AddDateToHistory(UsageData& item, int date);
+    static WString History(UsageData const& item);
+
+    // Automatic timers.
+    static std::uint64_t StartTimer(std::shared_ptr<UsageData> const& item);
+    // Books the time not yet committed, rounded to the nearest second.
+    static void StopTimer(UsageData& item, std::uint64_t timerId);
+    void CommitAllTimers();
+
+    void SaveChanges();
+
+private:
+    std::shared_ptr<UsageItems> items_;
+    mutable std::mutex fileMutex_;  // serialises saves, Open and Close
+    std::unique_ptr<UsageStoreFile> file_;
+    std::atomic<unsigned int> lastSaveRowCount_{0};
+};
+
+// Case folding of usage keys: ASCII letters only.
+bool UsageKeyMatches(std::wstring_view pattern, std::wstring_view key);

@@ -1,0 +1,239 @@
+// The usage store's file: round trips, saves that write only what changed,
+// failed saves, files that are not a usage store, and a save killed midway.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <sstream>
+#include <thread>
+
+#include "System.h"
+#include "UsageLog.h"
+#include "runtime/UsageStore.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+class StoreFile : public ::testing::Test {
+protected:
+    void SetUp() override {
+        char pattern[] = "/tmp/store_test_XXXXXX";
+        ASSERT_NE(mkdtemp(pattern), nullptr);
+        dir_ = pattern;
+        db_ = dir_ + "/usage.db";
+    }
+    void TearDown() override { fs::remove_all(dir_); }
+
+    void Open(UsageLog& usage) {
+        std::string error;
+        ASSERT_TRUE(usage.Store().Open(db_, error)) << error;
+    }
+
+    std::string Query(std::string const& sql) {
+        std::string command = "sqlite3 '" + db_ + "' \"" + sql + "\"";
+        FILE* pipe = popen(command.c_str(), "r");
+        std::string out;
+        char buffer[256];
+        while (pipe != nullptr && fgets(buffer, sizeof buffer, pipe) != nullptr) out += buffer;
+        if (pipe != nullptr) pclose(pipe);
+        return out;
+    }
+
+    std::string dir_;
+    std::string db_;
+};
+
+std::string ReadFile(std::string const& path) {
+    std::ifstream file(path, std::ios::binary);
+    std::stringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+std::wstring NumberedKey(int i) { return L"Item." + std::to_wstring(i) + L".Count"; }
+
+}  // namespace
+
+TEST_F(StoreFile, RoundTripKeepsValuesTypesHistoryAndDeletions) {
+    {
+        UsageLog usage;
+        Open(usage);
+        EXPECT_TRUE(fs::exists(db_));
+        usage.Increment(L"Control.Chip.Count", 42);
+        usage.IncrementTimer(L"Run.Time", 3600);
+        usage.SetDate(L"Tool.X.Date", 20240101u, true);
+        usage.GetItemReference(L"Tool.X.Date", 1).SetValue(20240815);
+        usage.SetExternalDate(L"Ext.Date", DateTime::Now());
+        usage.Increment(L"Gone.Count", 1);
+        usage.Increment(L"Renamed.Count", 1);
+        usage.Increment(L"Big.Count", -1);  // the full unsigned word
+        usage.SaveChanges();
+        EXPECT_EQ(usage.Store().DirtyCount(), 0u);
+        EXPECT_FALSE(usage.GetItemReference(L"Run.Time", 1).IsDirty());
+
+        EXPECT_TRUE(usage.TryDeleteItem(L"gone.count"));
+        EXPECT_TRUE(usage.TryDeleteItem(L"Renamed.Count"));
+        usage.SetDate(L"RENAMED.COUNT", 20230303u, false);  // re-created in other spelling and kind
+        usage.SaveChanges();
+    }
+    EXPECT_EQ(Query("SELECT key, type, value, history FROM usage_item WHERE key = 'tool.x.date'"),
+              "Tool.X.Date|4|20240815|20240101,20240815\n");
+    EXPECT_EQ(Query("SELECT value FROM usage_item WHERE key = 'Big.Count'"), "4294967295\n");
+
+    UsageLog usage;
+    Open(usage);
+    EXPECT_EQ(usage.Count(), 6u);
+    EXPECT_FALSE(usage.ContainsKey(L"Gone.Count"));
+    EXPECT_EQ(usage.GetUsageValue(L"Control.Chip.Count", 1), 42);
+    EXPECT_EQ(usage.GetDataType(L"Run.Time"), UsageType::Timer);
+    EXPECT_EQ(usage.GetUsageValue(L"Run.Time", 1), 3600);
+    UsageReference date = usage.GetItemReference(L"tool.x.date", 1);
+    EXPECT_EQ(date.GetDataType(), UsageType::Date);
+    EXPECT_EQ(date.GetHistory().str, L"20240101,20240815");
+    EXPECT_FALSE(date.IsDirty());
+    EXPECT_EQ(usage.GetDataType(L"Ext.Date"), UsageType::Date | UsageType::External);
+    EXPECT_EQ(usage.GetItemReference(L"renamed.count", 1).GetKey().str, L"RENAMED.COUNT");
+    EXPECT_EQ(usage.GetDataType(L"Renamed.Count"), UsageType::Date);
+    EXPECT_EQ(usage.GetUsageValue(L"Renamed.Count", 1), 20230303);
+    EXPECT_EQ(usage.GetUsageValue(L"Big.Count", 1), -1);
+}
+
+TEST_F(StoreFile, SaveWritesOnlyWhatChanged) {
+    UsageLog usage;
+    usage.Increment(L"Before.Open", 1);  // memory without a file: nothing is saved
+    usage.SaveChanges();
+    EXPECT_EQ(usage.Store().DirtyCount(), 1u);
+
+    Open(usage);  // the file's items replace what memory held
+    EXPECT_EQ(usage.Count(), 0u);
+    for (int i = 0; i < 1000; ++i) usage.Increment(NumberedKey(i).c_str(), i);
+    usage.SaveChanges();
+    EXPECT_EQ(usage.Store().LastSaveRowCount(), 1000u);
+
+    usage.Increment(NumberedKey(7).c_str(), 1);
+    EXPECT_EQ(usage.Store().DirtyCount(), 1u);
+    usage.SaveChanges();
+    EXPECT_EQ(usage.Store().LastSaveRowCount(), 1u);
+
+    usage.TryDeleteItem(NumberedKey(8).c_str());
+    usage.Increment(NumberedKey(9).c_str(), 1);
+    usage.Increment(NumberedKey(9).c_str(), 1);
+    usage.GetCounterReference(NumberedKey(10).c_str()).SetValue(5);
+    usage.SaveChanges();
+    EXPECT_EQ(usage.Store().LastSaveRowCount(), 3u);
+    EXPECT_EQ(Query("SELECT count(*), sum(value) FROM usage_item"),
+              "999|" + std::to_string(999 * 1000 / 2 + 1 - 8 + 2 - 10 + 5) + "\n");
+}
+
+TEST_F(StoreFile, FailedSaveKeepsChangesLogsAndRetries) {
+    System::SetDataDirectory(WString::FromUtf8(dir_));
+    fs::create_directories(dir_ + "/log");
+    UsageLog usage;
+    Open(usage);
+    usage.Increment(L"Kept.Count", 1);
+    usage.SaveChanges();
+    usage.TryDeleteItem(L"Kept.Count");
+    for (int i = 0; i < 500; ++i) usage.Increment(NumberedKey(i).c_str(), 1);
+
+    // A full disk: no file may grow past what the store holds now.
+    rlimit saved{};
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &saved), 0);
+    auto oldHandler = signal(SIGXFSZ, SIG_IGN);
+    rlimit full = saved;
+    full.rlim_cur = static_cast<rlim_t>(std::max(fs::file_size(db_), fs::file_size(db_ + "-wal")));
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &full), 0);
+    usage.SaveChanges();
+    setrlimit(RLIMIT_FSIZE, &saved);
+    signal(SIGXFSZ, oldHandler);
+
+    EXPECT_EQ(usage.Store().DirtyCount(), 501u);
+    EXPECT_TRUE(usage.GetItemReference(NumberedKey(1).c_str(), 1).IsDirty());
+    std::string log = ReadFile(System::errorLog.Path().ToUtf8());
+    EXPECT_EQ(log.find("**"), log.rfind("**")) << log;  // exactly one line
+    EXPECT_NE(log.find("**"), std::string::npos) << log;
+    EXPECT_EQ(Query("SELECT count(*) FROM usage_item"), "1\n");
+
+    usage.SaveChanges();
+    EXPECT_EQ(usage.Store().DirtyCount(), 0u);
+    EXPECT_EQ(Query("SELECT count(*), sum(value) FROM usage_item"), "500|500\n");
+}
+
+TEST_F(StoreFile, RefusesFilesThatAreNoUsageStore) {
+    std::ofstream(db_) << "[Config]\nServiceInterval=30\n";
+    std::string foreign = dir_ + "/foreign.db";
+    ASSERT_EQ(system(("sqlite3 '" + foreign + "' \"CREATE TABLE usage_item(key TEXT); INSERT INTO usage_item "
+                                               "VALUES('x');\"")
+                         .c_str()),
+              0);
+    for (std::string const& path : {db_, foreign}) {
+        std::string before = ReadFile(path);
+        UsageLog usage;
+        std::string error;
+        EXPECT_FALSE(usage.Store().Open(path, error));
+        EXPECT_NE(error.find("not a usage store"), std::string::npos) << error;
+        EXPECT_FALSE(usage.Store().IsOpen());
+        EXPECT_EQ(ReadFile(path), before);
+        EXPECT_FALSE(fs::exists(path + "-wal"));
+    }
+}
+
+TEST_F(StoreFile, KilledSaveLeavesAllOldOrAllNew) {
+    constexpr int Items = 200000;
+    {
+        UsageLog usage;
+        Open(usage);
+        for (int i = 0; i < Items; ++i) usage.Increment(NumberedKey(i).c_str(), 1);
+        usage.SaveChanges();
+    }
+    // The child raises every item by one and saves; it is killed at a random moment.
+    auto startChild = [this] {
+        pid_t child = fork();
+        if (child == 0) {
+            UsageLog usage;
+            std::string error;
+            if (!usage.Store().Open(db_, error)) _exit(2);
+            for (int i = 0; i < Items; ++i) usage.Increment(NumberedKey(i).c_str(), 1);
+            usage.SaveChanges();
+            _exit(usage.Store().DirtyCount() == 0 ? 0 : 3);
+        }
+        return child;
+    };
+    auto check = [this] {
+        UsageLog usage;
+        Open(usage);
+        int first = usage.GetUsageValue(NumberedKey(0).c_str(), 1);
+        int mixed = 0;
+        for (int i = 1; i < Items; ++i) mixed += usage.GetUsageValue(NumberedKey(i).c_str(), 1) != first;
+        EXPECT_EQ(mixed, 0) << "values after " << first;
+        return first;
+    };
+
+    auto start = std::chrono::steady_clock::now();
+    pid_t child = startChild();
+    int status = 0;
+    waitpid(child, &status, 0);
+    ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    auto fullRun = std::chrono::steady_clock::now() - start;
+    int value = check();
+    EXPECT_EQ(value, 2);
+
+    std::mt19937 random(std::random_device{}());
+    std::uniform_int_distribution<long long> delay(0, std::chrono::duration_cast<std::chrono::microseconds>(fullRun).count());
+    for (int round = 0; round < 4; ++round) {
+        child = startChild();
+        std::this_thread::sleep_for(std::chrono::microseconds(delay(random)));
+        kill(child, SIGKILL);
+        waitpid(child, &status, 0);
+        int now = check();
+        EXPECT_TRUE(now == value || now == value + 1) << now;
+        value = now;
+    }
+}
