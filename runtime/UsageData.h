@@ -34,5 +34,6 @@ struct UsageData {
     // Guarded by the owner's lock.
     std::uint32_t changeCount = 0;  // tells a save whether the item changed again meanwhile
     bool removed = false;
+    std::uint32_t slot = 0;  // place in the store's creation-order list
     std::vector<int> history;  // UsageDateInt, oldest first
 };

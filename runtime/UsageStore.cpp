@@ -54,6 +54,9 @@ bool HasWildcard(std::wstring_view pattern) { return pattern.find_first_of(L"*?"
 struct UsageItems : std::enable_shared_from_this<UsageItems> {
     std::mutex mutex;
     std::unordered_set<std::shared_ptr<UsageData>, FoldedKeyHash, FoldedKeyEqual> items;
+    // The same items in creation order: a pattern scan walks memory in the
+    // order it was allocated instead of hopping between hash nodes.
+    std::vector<UsageData*> ordered;
     std::unordered_set<UsageData*> dirty;
     std::unordered_set<std::wstring, FoldedKeyHash, FoldedKeyEqual> deletedKeys;  // since the last save
     std::unordered_map<std::uint64_t, RunningTimer> timers;
@@ -68,9 +71,28 @@ struct UsageItems : std::enable_shared_from_this<UsageItems> {
     std::shared_ptr<UsageData> FindOrCreate(std::wstring_view key, UsageDataType type, std::uint32_t value) {
         if (auto item = Find(key)) return item;
         auto item = std::make_shared<UsageData>(WString(std::wstring(key)), type, value, weak_from_this());
-        items.insert(item);
+        Insert(item);
         MarkChanged(*item);
         return item;
+    }
+
+    void Insert(std::shared_ptr<UsageData> const& item) {
+        item->slot = static_cast<std::uint32_t>(ordered.size());
+        ordered.push_back(item.get());
+        items.insert(item);
+    }
+
+    bool Erase(std::wstring_view key) {
+        auto it = items.find(key);
+        if (it == items.end()) return false;
+        UsageData& item = **it;
+        Detach(item);
+        deletedKeys.insert(item.key.str);
+        ordered[item.slot] = ordered.back();
+        ordered[item.slot]->slot = item.slot;
+        ordered.pop_back();
+        items.erase(it);
+        return true;
     }
 
     void MarkChanged(UsageData& item) {
@@ -105,6 +127,7 @@ struct UsageItems : std::enable_shared_from_this<UsageItems> {
     void Clear() {
         for (auto const& item : items) Detach(*item);
         items.clear();
+        ordered.clear();
         deletedKeys.clear();
     }
 };
@@ -140,7 +163,7 @@ bool UsageStore::Open(std::string const& path, std::string& error) {
         auto item = std::make_shared<UsageData>(WString(std::move(row.key)), row.type, row.value, items_);
         item->history = std::move(row.history);
         item->hasHistory.store(!item->history.empty());
-        items_->items.insert(std::move(item));
+        items_->Insert(item);
     }
     file_ = std::move(file);
     return true;
@@ -180,7 +203,7 @@ unsigned int UsageStore::Count() const {
 
 void UsageStore::AppendAllKeys(WStringArray& keys) const {
     std::lock_guard lock(items_->mutex);
-    for (auto const& item : items_->items) keys.Add(item->key);
+    for (UsageData* item : items_->ordered) keys.Add(item->key);
 }
 
 void UsageStore::AppendMatchingKeys(std::wstring_view pattern, WStringArray& keys) const {
@@ -189,18 +212,13 @@ void UsageStore::AppendMatchingKeys(std::wstring_view pattern, WStringArray& key
         if (auto item = items_->Find(pattern)) keys.Add(item->key);
         return;
     }
-    for (auto const& item : items_->items)
+    for (UsageData* item : items_->ordered)
         if (UsageKeyMatches(pattern, item->key.str)) keys.Add(item->key);
 }
 
 bool UsageStore::Delete(std::wstring_view key) {
     std::lock_guard lock(items_->mutex);
-    auto it = items_->items.find(key);
-    if (it == items_->items.end()) return false;
-    items_->Detach(**it);
-    items_->deletedKeys.insert((*it)->key.str);
-    items_->items.erase(it);
-    return true;
+    return items_->Erase(key);
 }
 
 void UsageStore::Add(std::wstring_view key, UsageDataType type, std::uint32_t amount) {

@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
@@ -236,4 +237,37 @@ TEST_F(StoreFile, KilledSaveLeavesAllOldOrAllNew) {
         EXPECT_TRUE(now == value || now == value + 1) << now;
         value = now;
     }
+}
+
+TEST_F(StoreFile, ConcurrencySavesWhileThreadsChangeItems) {
+    UsageLog usage;
+    Open(usage);
+    constexpr int Threads = 4, Rounds = 5000;
+    std::atomic<bool> done{false};
+    std::thread keeper([&] {
+        while (!done.load()) usage.SaveChanges();
+    });
+    std::vector<std::thread> writers;
+    for (int t = 0; t < Threads; ++t) {
+        writers.emplace_back([&usage, t] {
+            for (int i = 0; i < Rounds; ++i) {
+                usage.Increment(L"Shared.Count", 1);
+                usage.Increment(NumberedKey(t * Rounds + i % 50).c_str(), 1);
+                if (i % 100 == 0) usage.TryDeleteItem(L"Flicker");
+                if (i % 100 == 50) usage.SetDate(L"Flicker", 20240101u, true);
+            }
+        });
+    }
+    for (auto& writer : writers) writer.join();
+    done.store(true);
+    keeper.join();
+    usage.SaveChanges();
+    EXPECT_EQ(usage.Store().DirtyCount(), 0u);
+
+    UsageLog reopened;
+    Open(reopened);
+    EXPECT_EQ(reopened.GetUsageValue(L"Shared.Count", 1), Threads * Rounds);
+    EXPECT_EQ(reopened.GetUsageValue(NumberedKey(Rounds + 49).c_str(), 1), Rounds / 50);
+    EXPECT_EQ(reopened.ContainsKey(L"Flicker"), usage.ContainsKey(L"Flicker"));
+    EXPECT_EQ(reopened.Count(), usage.Count());
 }
