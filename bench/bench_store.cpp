@@ -26,9 +26,9 @@ std::wstring RealisticKey(int i) {
     case 0: return L"Control.Method" + n + L".SuccessCount";
     case 1: return L"Run.Cycle" + n + L"HzTime";
     case 2: {
-        int seconds = i / 4;
-        wchar_t time[32];
-        swprintf(time, 32, L"%02d:%02d:%02d.%d", seconds / 3600 % 24, seconds / 60 % 60, seconds % 60, i);
+        int seconds = i / 4;  // unique below a day's seconds
+        wchar_t time[16];
+        swprintf(time, 16, L"%02d:%02d:%02d", seconds / 3600, seconds / 60 % 60, seconds % 60);
         return L"Error." + std::wstring(time) + L".Count";
     }
     default: return L"Tool.X" + n + L".Date";
