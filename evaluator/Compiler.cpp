@@ -41,11 +41,11 @@ public:
 
     Program CompileWhole() {
         if (current_.type == Token::Type::End) {
-            throw EvaluationFailure{FailureKind::EmptyExpression, current_.column, L"Empty expression"};
+            Fail(FailureKind::EmptyExpression, current_.column, {L"Empty expression"});
         }
         ParseBinary(0);
         if (current_.type != Token::Type::End) {
-            throw EvaluationFailure{FailureKind::TrailingText, current_.column, L"Unexpected text after the expression"};
+            Fail(FailureKind::TrailingText, current_.column, {L"Unexpected text after the expression"});
         }
         return std::move(program_);
     }
@@ -55,7 +55,7 @@ private:
     public:
         NestingLevel(Compiler& compiler, std::size_t column) : compiler_(compiler) {
             if (++compiler_.nesting_ > kMaxNesting) {
-                throw EvaluationFailure{FailureKind::NestedTooDeeply, column, L"Expression nested too deeply"};
+                Fail(FailureKind::NestedTooDeeply, column, {L"Expression nested too deeply"});
             }
         }
         ~NestingLevel() { --compiler_.nesting_; }
@@ -70,8 +70,9 @@ private:
 
     bool IsSymbol(Symbol symbol) const { return current_.type == Token::Type::Symbol && current_.symbol == symbol; }
 
-    std::size_t Emit(Instruction instruction) {
-        program_.instructions.push_back(instruction);
+    std::size_t Emit(Operation operation, std::size_t column, Symbol symbol = Symbol::Plus, double number = 0,
+                     std::size_t operand = 0, FunctionInfo const* function = nullptr) {
+        program_.instructions.push_back({operation, column, symbol, number, operand, function});
         return program_.instructions.size() - 1;
     }
 
@@ -85,13 +86,13 @@ private:
             Advance();
             if (op.symbol == Symbol::And || op.symbol == Symbol::Or) {
                 std::size_t const shortCut =
-                    Emit({op.symbol == Symbol::And ? Operation::AndThen : Operation::OrElse, op.column, op.symbol});
+                    Emit(op.symbol == Symbol::And ? Operation::AndThen : Operation::OrElse, op.column, op.symbol);
                 ParseBinary(level + 1);
-                Emit({Operation::RequireBoolean, op.column, op.symbol});
+                Emit(Operation::RequireBoolean, op.column, op.symbol);
                 JumpHere(shortCut);
             } else {
                 ParseBinary(level + 1);
-                Emit({Operation::Binary, op.column, op.symbol});
+                Emit(Operation::Binary, op.column, op.symbol);
             }
         }
     }
@@ -104,14 +105,14 @@ private:
         }
         ParsePrimary();
         for (auto prefix = prefixes.rbegin(); prefix != prefixes.rend(); ++prefix) {
-            Emit({Operation::Unary, prefix->column, prefix->symbol});
+            Emit(Operation::Unary, prefix->column, prefix->symbol);
         }
     }
 
     void ParsePrimary() {
         switch (current_.type) {
             case Token::Type::Number:
-                Emit({Operation::PushNumber, current_.column, Symbol::Plus, current_.number});
+                Emit(Operation::PushNumber, current_.column, Symbol::Plus, current_.number);
                 Advance();
                 return;
             case Token::Type::Name: {
@@ -120,7 +121,7 @@ private:
                 if (IsSymbol(Symbol::LeftParenthesis)) {
                     ParseCall(name);
                 } else {
-                    Emit({Operation::PushName, name.column, Symbol::Plus, 0, NameIndex(name)});
+                    Emit(Operation::PushName, name.column, Symbol::Plus, 0, NameIndex(name));
                 }
                 return;
             }
@@ -132,13 +133,12 @@ private:
                     ExpectClosingParenthesis();
                     return;
                 }
-                throw EvaluationFailure{FailureKind::MissingOperand, current_.column,
-                                        std::wstring(L"Expected a number, a name or '(' before '") +
-                                            SymbolText(current_.symbol) + L"'"};
+                Fail(FailureKind::MissingOperand, current_.column,
+                     {L"Expected a number, a name or '(' before '", SymbolText(current_.symbol), L"'"});
             case Token::Type::End:
                 break;
         }
-        throw EvaluationFailure{FailureKind::MissingOperand, current_.column, L"Unexpected end of the expression"};
+        Fail(FailureKind::MissingOperand, current_.column, {L"Unexpected end of the expression"});
     }
 
     // At the "(" behind the function's name. IF becomes: condition,
@@ -146,8 +146,7 @@ private:
     void ParseCall(Token const& name) {
         FunctionInfo const* const function = FindFunction(name.name);
         if (function == nullptr) {
-            throw EvaluationFailure{FailureKind::UnknownFunction, name.column,
-                                    L"Unknown function '" + std::wstring(name.name) + L"'"};
+            Fail(FailureKind::UnknownFunction, name.column, {L"Unknown function '", name.name, L"'"});
         }
         NestingLevel const level(*this, current_.column);
         Advance();
@@ -159,9 +158,9 @@ private:
             while (true) {
                 ParseBinary(0);
                 ++arguments;
-                if (isIf && arguments == 1) branch = Emit({Operation::BranchIfFalse, name.column});
+                if (isIf && arguments == 1) branch = Emit(Operation::BranchIfFalse, name.column);
                 if (isIf && arguments == 2) {
-                    jump = Emit({Operation::Jump, name.column});
+                    jump = Emit(Operation::Jump, name.column);
                     JumpHere(branch);
                 }
                 if (!IsSymbol(Symbol::Comma)) break;
@@ -170,19 +169,18 @@ private:
         }
         ExpectClosingParenthesis();
         if (arguments < function->fewestArguments || arguments > function->mostArguments) {
-            throw EvaluationFailure{FailureKind::WrongArgumentCount, name.column,
-                                    std::wstring(function->name) + L" " + ArgumentCountText(*function)};
+            Fail(FailureKind::WrongArgumentCount, name.column, {function->name, L" ", ArgumentCountText(*function)});
         }
         if (isIf) {
             JumpHere(jump);
         } else {
-            Emit({Operation::Call, name.column, Symbol::Plus, 0, arguments, function});
+            Emit(Operation::Call, name.column, Symbol::Plus, 0, arguments, function);
         }
     }
 
     void ExpectClosingParenthesis() {
         if (!IsSymbol(Symbol::RightParenthesis)) {
-            throw EvaluationFailure{FailureKind::MissingParenthesis, current_.column, L"Missing ')'"};
+            Fail(FailureKind::MissingParenthesis, current_.column, {L"Missing ')'"});
         }
         Advance();
     }

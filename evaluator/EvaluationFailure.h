@@ -4,7 +4,9 @@
 #pragma once
 
 #include <cstddef>
+#include <initializer_list>
 #include <string>
+#include <string_view>
 
 namespace evaluator {
 
@@ -31,5 +33,9 @@ struct EvaluationFailure {
     std::wstring description;
     std::wstring missingName = {};  // the name, for UnknownName
 };
+
+// Throws the failure with its description joined from the parts. Out of line,
+// so that the parser's recursive functions keep small stack frames.
+[[noreturn]] void Fail(FailureKind kind, std::size_t column, std::initializer_list<std::wstring_view> description);
 
 }  // namespace evaluator

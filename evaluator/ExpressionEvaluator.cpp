@@ -12,6 +12,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "EvaluationFailure.h"
 #include "Functions.h"
@@ -126,15 +127,17 @@ constexpr OperatorHelp kOperators[] = {
     {L"( )", L"Grouping"},
 };
 
-// Lines of two columns: the first padded to its longest entry.
-template <typename Entry, typename Left, typename Right>
-void WriteColumns(Pipe& pipe, Entry const& entries, Left left, Right right) {
+// Lines of two columns, the first padded to its longest entry.
+template <typename Entries, typename Left, typename Right>
+void WriteColumns(Pipe& pipe, Entries const& entries, Left left, Right right) {
     std::size_t width = 0;
-    for (auto const& entry : entries) width = std::max(width, std::wstring(left(entry)).size());
+    for (auto const& entry : entries) width = std::max(width, std::wstring_view(left(entry)).size());
     for (auto const& entry : entries) {
-        std::wstring line = L"  " + std::wstring(left(entry));
-        line.append(width + 2 - std::wstring(left(entry)).size(), L' ');
-        pipe.DoWriteLine(WString(line + right(entry)));
+        std::wstring line = L"  ";
+        line += left(entry);
+        line.append(width + 2 - std::wstring_view(left(entry)).size(), L' ');
+        line += right(entry);
+        pipe.DoWriteLine(WString(line));
     }
 }
 

@@ -38,14 +38,14 @@ bool EqualsIgnoringCase(std::wstring_view a, std::wstring_view b) {
 double DateToDays(double date, std::size_t column) {
     auto const days = DayCountOfDateNumber(date);
     if (!days) {
-        throw EvaluationFailure{FailureKind::InvalidDate, column, L"DateToDays: not a valid date (YYYYMMDD)"};
+        Fail(FailureKind::InvalidDate, column, {L"DateToDays: not a valid date (YYYYMMDD)"});
     }
     return static_cast<double>(*days);
 }
 
 double DaysToDate(double days, std::size_t column) {
     auto const date = DateNumberOfDayCount(days);
-    if (!date) throw EvaluationFailure{FailureKind::InvalidDate, column, L"DaysToDate: day count outside years 1 to 9999"};
+    if (!date) Fail(FailureKind::InvalidDate, column, {L"DaysToDate: day count outside years 1 to 9999"});
     return static_cast<double>(*date);
 }
 

@@ -78,7 +78,7 @@ Token Lexer::Next() {
     }
     wchar_t const character = text_[position_];
     if (IsDigit(character) || (character == L'.' && IsDigitAt(position_ + 1))) return ReadNumber();
-    if (!IsDigit(character) && nameCharacters_.Contains(character)) return ReadName();
+    if (nameCharacters_.Contains(character)) return ReadName();
     return ReadSymbol();
 }
 
@@ -98,7 +98,7 @@ Token Lexer::ReadNumber() {
     if (position_ < text_.size() && (text_[position_] == L'e' || text_[position_] == L'E')) {
         std::size_t digits = position_ + 1;
         if (digits < text_.size() && (text_[digits] == L'+' || text_[digits] == L'-')) ++digits;
-        if (!IsDigitAt(digits)) throw EvaluationFailure{FailureKind::InvalidNumber, start, L"Invalid number: exponent without digits"};
+        if (!IsDigitAt(digits)) Fail(FailureKind::InvalidNumber, start, {L"Invalid number: exponent without digits"});
         position_ = digits;
         while (IsDigitAt(position_)) ++position_;
     }
@@ -109,7 +109,7 @@ Token Lexer::ReadNumber() {
     token.column = start;
     auto const [end, error] = std::from_chars(ascii.data(), ascii.data() + ascii.size(), token.number);
     if (error != std::errc() || end != ascii.data() + ascii.size()) {
-        throw EvaluationFailure{FailureKind::InvalidNumber, start, L"Number out of range"};
+        Fail(FailureKind::InvalidNumber, start, {L"Number out of range"});
     }
     return token;
 }
@@ -137,8 +137,7 @@ Token Lexer::ReadSymbol() {
             return token;
         }
     }
-    throw EvaluationFailure{FailureKind::UnexpectedCharacter, position_,
-                            L"Unexpected character " + DescribeCharacter(text_[position_])};
+    Fail(FailureKind::UnexpectedCharacter, position_, {L"Unexpected character ", DescribeCharacter(text_[position_])});
 }
 
 }  // namespace evaluator

@@ -10,20 +10,20 @@ namespace {
 using Operation = Instruction::Operation;
 
 [[noreturn]] void FailType(Instruction const& instruction, std::wstring const& description) {
-    throw EvaluationFailure{FailureKind::TypeMismatch, instruction.column, description};
+    Fail(FailureKind::TypeMismatch, instruction.column, {description});
 }
 
 std::wstring OperatorName(Symbol symbol) { return std::wstring(L"Operator '") + SymbolText(symbol) + L"'"; }
 
 double Finite(double value, Instruction const& instruction) {
     if (!std::isfinite(value)) {
-        throw EvaluationFailure{FailureKind::NotFinite, instruction.column, L"Result is not a finite number"};
+        Fail(FailureKind::NotFinite, instruction.column, {L"Result is not a finite number"});
     }
     return value;
 }
 
 double Divide(double dividend, double divisor, Instruction const& instruction) {
-    if (divisor == 0) throw EvaluationFailure{FailureKind::DivisionByZero, instruction.column, L"Division by zero"};
+    if (divisor == 0) Fail(FailureKind::DivisionByZero, instruction.column, {L"Division by zero"});
     // "%" keeps the sign of the dividend, as fmod does.
     return instruction.symbol == Symbol::Divide ? dividend / divisor : std::fmod(dividend, divisor);
 }
