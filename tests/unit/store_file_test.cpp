@@ -184,6 +184,10 @@ TEST_F(StoreFile, RefusesFilesThatAreNoUsageStore) {
         EXPECT_EQ(ReadFile(path), before);
         EXPECT_FALSE(fs::exists(path + "-wal"));
     }
+    UsageLog usage;
+    std::string error;
+    EXPECT_FALSE(usage.Store().Open(dir_ + "/missing/usage.db", error));
+    EXPECT_NE(error.find("missing/usage.db"), std::string::npos) << error;
 }
 
 TEST_F(StoreFile, KilledSaveLeavesAllOldOrAllNew) {
