@@ -1,0 +1,116 @@
+// UsageLogSpy over a store of 100 000 items. SpyIdle: a monitor with -d1
+// while nothing changes, over 30 seconds; it reports the process's CPU time
+// as a share of one core (the goal is below 1 %). SpyFlush: the time of
+// "UsageLogSpy flush" against a monitor that polls once an hour, after 1 000
+// items have changed; every flush must bring out all 1 000 lines.
+#include <benchmark/benchmark.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <future>
+#include <string>
+#include <thread>
+
+#include "frame/host/System.h"
+#include "runtime/Host.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+
+constexpr int StoreItems = 100000;
+constexpr int ChangedItems = 1000;
+
+std::wstring ItemKey(int i) { return L"Bench.Item" + std::to_wstring(i) + L".Count"; }
+
+void OpenStoreOnce() {
+    static bool const opened = [] {
+        fs::path dir = fs::temp_directory_path() / ("bench_spy_" + std::to_string(::getpid()));
+        fs::remove_all(dir);
+        std::string error;
+        std::string warning;
+        if (!Host::OpenDataFolder(WString::FromUtf8(dir.string()), error) ||
+            !Host::LoadPlugin(LABSHELL_BIN_DIR "/UsageLog.dll", error, warning)) {
+            std::fprintf(stderr, "bench_spy: %s\n", error.c_str());
+            std::exit(1);
+        }
+        for (int i = 0; i < StoreItems; ++i) System::usage.Increment(ItemKey(i).c_str(), 1);
+        return true;
+    }();
+    (void)opened;
+}
+
+// A monitor on a thread of its own whose lines are only counted.
+class Monitor {
+public:
+    explicit Monitor(char const* line) {
+        run_ = std::async(std::launch::async, [this, line = WString(line)] {
+            return Host::RunLine(line, Pipe([this](WString const&) { ++lines_; }));
+        });
+        while (lines_ < StoreItems) std::this_thread::sleep_for(10ms);  // the dump
+        std::this_thread::sleep_for(200ms);                               // into its first sleep
+    }
+    ~Monitor() {
+        Host::StopRunsNamed(L"UsageLogSpy");
+        run_.wait();
+    }
+    long Lines() const { return lines_; }
+
+private:
+    std::atomic<long> lines_{0};
+    std::future<ExitCode> run_;
+};
+
+double CpuSeconds() {
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    auto seconds = [](timeval const& t) { return static_cast<double>(t.tv_sec) + t.tv_usec / 1e6; };
+    return seconds(usage.ru_utime) + seconds(usage.ru_stime);
+}
+
+void SpyIdle(benchmark::State& state) {
+    OpenStoreOnce();
+    Monitor monitor("UsageLogSpy -d1");
+    double wallSeconds = static_cast<double>(state.range(0));
+    double cpu = 0.0;
+    for (auto _ : state) {
+        double before = CpuSeconds();
+        std::this_thread::sleep_for(std::chrono::duration<double>(wallSeconds));
+        cpu = CpuSeconds() - before;
+        state.SetIterationTime(wallSeconds);
+    }
+    state.counters["cpu_percent_of_one_core"] = 100.0 * cpu / wallSeconds;
+    state.counters["lines_while_idle"] = static_cast<double>(monitor.Lines() - StoreItems);
+}
+BENCHMARK(SpyIdle)->Arg(30)->Iterations(1)->UseManualTime()->Unit(benchmark::kSecond);
+
+void SpyFlush(benchmark::State& state) {
+    OpenStoreOnce();
+    Monitor monitor("UsageLogSpy -d3600");
+    int round = 0;
+    for (auto _ : state) {
+        state.PauseTiming();
+        long before = monitor.Lines();
+        for (int i = 0; i < ChangedItems; ++i) System::usage.Increment(ItemKey((round * ChangedItems + i) % StoreItems).c_str(), 1);
+        ++round;
+        state.ResumeTiming();
+        unsigned int result = Host::RunLine(L"UsageLogSpy flush", Pipe([](WString const&) {})).number;
+        state.PauseTiming();
+        if (result != 0 || monitor.Lines() - before != ChangedItems) {
+            state.SkipWithError("the flush did not bring out every change");
+            break;
+        }
+        state.ResumeTiming();
+    }
+}
+BENCHMARK(SpyFlush)->Iterations(20)->Unit(benchmark::kMillisecond);
+
+}  // namespace
+
+BENCHMARK_MAIN();
