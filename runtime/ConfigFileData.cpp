@@ -1,0 +1,88 @@
+#include <cstdio>
+#include <fstream>
+
+#include "HostServices.h"
+
+namespace {
+std::wstring Trimmed(std::wstring const& text) { return WString(text).Trim().str; }
+
+bool IsSectionHeader(std::wstring const& trimmed) {
+    return trimmed.size() >= 2 && trimmed.front() == L'[' && trimmed.back() == L']';
+}
+
+// Key of a "key=value" line, empty for any other line.
+std::wstring KeyOf(std::wstring const& line) {
+    std::wstring trimmed = Trimmed(line);
+    if (trimmed.empty() || trimmed[0] == L';' || trimmed[0] == L'#' || IsSectionHeader(trimmed)) return L"";
+    size_t equals = trimmed.find(L'=');
+    return equals == std::wstring::npos ? L"" : Trimmed(trimmed.substr(0, equals));
+}
+}  // namespace
+
+ConfigFileData::ConfigFileData() = default;
+
+void ConfigFileData::Load(WString const& path) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    path_ = path;
+    lines_.clear();
+    std::ifstream file(path.ToUtf8());
+    std::string raw;
+    std::wstring section;
+    while (std::getline(file, raw)) {
+        if (!raw.empty() && raw.back() == '\r') raw.pop_back();
+        std::wstring text = WString::FromUtf8(raw).str;
+        std::wstring trimmed = Trimmed(text);
+        if (IsSectionHeader(trimmed)) section = trimmed.substr(1, trimmed.size() - 2);
+        lines_.push_back(Line{section, text});
+    }
+}
+
+bool ConfigFileData::TryGetText(WString const& section, WString const& key, WString& value) const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    for (Line const& line : lines_) {
+        if (line.section != section.str || KeyOf(line.text) != key.str) continue;
+        value = WString(Trimmed(line.text.substr(line.text.find(L'=') + 1)));
+        return true;
+    }
+    return false;
+}
+
+int ConfigFileData::GetIntOrUseDefaultAndAdd(WString const& section, WString const& key, int defaultValue,
+                                             unsigned int exitNumber, int smallest, int largest) {
+    WString text;
+    if (TryGetText(section, key, text)) {
+        int value = 0;
+        if (!text.TryGetInt(value, smallest, largest, nullptr)) throw ExitCode(exitNumber);
+        return value;
+    }
+    std::lock_guard<std::mutex> lock(mutex_);
+    std::wstring entry = key.str + L"=" + std::to_wstring(defaultValue);
+    // After the last line of the section, or a new section at the end.
+    size_t insertAt = lines_.size();
+    bool sectionFound = false;
+    for (size_t i = 0; i < lines_.size(); ++i) {
+        if (lines_[i].section != section.str) continue;
+        sectionFound = true;
+        if (!Trimmed(lines_[i].text).empty()) insertAt = i + 1;
+    }
+    if (!sectionFound) {
+        lines_.push_back(Line{section.str, L"[" + section.str + L"]"});
+        insertAt = lines_.size();
+    }
+    lines_.insert(lines_.begin() + static_cast<std::ptrdiff_t>(insertAt), Line{section.str, entry});
+    Save();
+    return defaultValue;
+}
+
+bool ConfigFileData::Save() const {
+    if (path_.str.empty()) return false;
+    std::string path = path_.ToUtf8();
+    std::string temporary = path + ".tmp";
+    {
+        std::ofstream file(temporary, std::ios::trunc);
+        for (Line const& line : lines_) file << WString(line.text).ToUtf8() << '\n';
+        if (!file.good()) return false;
+    }
+    // Replace in one step so a reader never sees half a file.
+    return std::rename(temporary.c_str(), path.c_str()) == 0;
+}

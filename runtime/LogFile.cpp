@@ -1,0 +1,49 @@
+#include <sys/stat.h>
+
+#include <cstdio>
+
+#include "HostClock.h"
+#include "HostServices.h"
+#include "System.h"
+#include "TextFormat.h"
+
+LogFile::LogFile(WString const& folder, WString const& name, unsigned int sizeLimit)
+    : enabled(true), folder_(folder), name_(name), sizeLimit_(sizeLimit) {}
+
+WString LogFile::Path() const {
+    WString folder = folder_.str.empty() ? System::GetLogDirectory() : folder_;
+    return WString(folder.str + L"/" + name_.str + L".log");
+}
+
+void LogFile::WriteLine(wchar_t const* format, ...) {
+    va_list args;
+    va_start(args, format);
+    WString line(FormatWide(format, args));
+    va_end(args);
+    Append(line);
+}
+
+void LogFile::WriteLine(WString line) { Append(line); }
+
+void LogFile::Append(WString const& line) {
+    if (!enabled) return;
+    DateTime now = HostClock::Now();
+    int date = now.ToDateInt(), second = now.SecondOfDay();
+    char stamp[64];
+    std::snprintf(stamp, sizeof stamp, "%04d-%02d-%02d %02d:%02d:%02d ", date / 10000, date / 100 % 100, date % 100,
+                  second / 3600, second / 60 % 60, second % 60);
+    std::string text = stamp + line.ToUtf8() + "\n";
+
+    std::lock_guard<std::mutex> lock(mutex_);
+    std::string path = Path().ToUtf8();
+    struct stat info {};
+    if (stat(path.c_str(), &info) == 0 && static_cast<unsigned long long>(info.st_size) + text.size() > sizeLimit_) {
+        std::rename(path.c_str(), (path + ".1").c_str());
+    }
+    // Opened per line: a log survives the process dying at any moment, and
+    // outside readers always see whole lines.
+    if (std::FILE* file = std::fopen(path.c_str(), "a")) {
+        std::fwrite(text.data(), 1, text.size(), file);
+        std::fclose(file);
+    }
+}
