@@ -1,0 +1,70 @@
+// In-process host for the UsageLog tests: a data folder of the suite's own,
+// the plug-in loaded once, command lines run with their output captured,
+// and the run log read line by line without its time stamps.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "frame/host/System.h"
+#include "runtime/Host.h"
+
+class UsageLogHost : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() {
+        dataDir_ = std::filesystem::temp_directory_path() / ("usagelog_unit_" + std::to_string(::getpid()));
+        std::filesystem::remove_all(dataDir_);
+        std::string error;
+        ASSERT_TRUE(Host::OpenDataFolder(WString::FromUtf8(dataDir_.string()), error)) << error;
+        std::string warning;
+        ASSERT_TRUE(Host::LoadPlugin(LABSHELL_BIN_DIR "/UsageLog.dll", error, warning)) << error;
+    }
+    static void TearDownTestSuite() { std::filesystem::remove_all(dataDir_); }
+
+    void SetUp() override {
+        System::runLog.enabled = true;
+        System::status.Clear();
+        System::status.Set(L"InfoDateTimeValid", true);
+        ForgetNarrationState();
+        WStringArray keys;
+        System::usage.GetAllKeys(keys);
+        for (unsigned int i = 0; i < keys.count; ++i) System::usage.TryDeleteItem(keys[i].c_str());
+    }
+
+    // The narration's state outlives runs: bring it to a known start
+    // (no operation, no chain, no pending tool date, no chip) and drop the lines.
+    void ForgetNarrationState() {
+        Run("UsageLog -c Control.Forget.Date Control.Chip.Undock.Date");
+        Run("UsageLog -a Control.Forget.AbortCount");
+        TakeRunLog();
+    }
+
+    unsigned int Run(std::string const& line) {
+        std::lock_guard<std::mutex> lock(outputMutex_);
+        output_.clear();
+        Pipe capture([this](WString const& text) { output_.push_back(text.ToUtf8()); });
+        return Host::RunLine(WString::FromUtf8(line), capture).number;
+    }
+
+    // Lines written to the run log since the last call.
+    static std::vector<std::string> TakeRunLog() {
+        std::filesystem::path path = dataDir_ / "log" / "run.log";
+        std::vector<std::string> lines;
+        std::ifstream file(path);
+        constexpr size_t StampLength = 20;  // "YYYY-MM-DD HH:MM:SS "
+        for (std::string line; std::getline(file, line);) lines.push_back(line.substr(StampLength));
+        file.close();
+        std::filesystem::remove(path);
+        return lines;
+    }
+
+    static inline std::filesystem::path dataDir_;
+    std::mutex outputMutex_;
+    std::vector<std::string> output_;
+};
