@@ -56,7 +56,7 @@ struct UsageItems : std::enable_shared_from_this<UsageItems> {
     std::unordered_set<std::shared_ptr<UsageData>, FoldedKeyHash, FoldedKeyEqual> items;
     // The same items in creation order: a pattern scan walks memory in the
     // order it was allocated instead of hopping between hash nodes.
-    std::vector<UsageData*> ordered;
+    std::vector<std::shared_ptr<UsageData>> ordered;
     std::unordered_set<UsageData*> dirty;
     std::unordered_set<std::wstring, FoldedKeyHash, FoldedKeyEqual> deletedKeys;  // since the last save
     std::unordered_map<std::uint64_t, RunningTimer> timers;
@@ -78,7 +78,7 @@ struct UsageItems : std::enable_shared_from_this<UsageItems> {
 
     void Insert(std::shared_ptr<UsageData> const& item) {
         item->slot = static_cast<std::uint32_t>(ordered.size());
-        ordered.push_back(item.get());
+        ordered.push_back(item);
         items.insert(item);
     }
 
@@ -88,8 +88,9 @@ struct UsageItems : std::enable_shared_from_this<UsageItems> {
         UsageData& item = **it;
         Detach(item);
         deletedKeys.insert(item.key.str);
-        ordered[item.slot] = ordered.back();
-        ordered[item.slot]->slot = item.slot;
+        std::uint32_t slot = item.slot;
+        ordered[slot] = std::move(ordered.back());
+        ordered[slot]->slot = slot;
         ordered.pop_back();
         items.erase(it);
         return true;
@@ -201,19 +202,22 @@ unsigned int UsageStore::Count() const {
     return static_cast<unsigned int>(items_->items.size());
 }
 
-void UsageStore::AppendAllKeys(WStringArray& keys) const {
-    std::lock_guard lock(items_->mutex);
-    for (UsageData* item : items_->ordered) keys.Add(item->key);
-}
+void UsageStore::AppendAllKeys(WStringArray& keys) const { AppendMatchingKeys(L"*", keys); }
 
 void UsageStore::AppendMatchingKeys(std::wstring_view pattern, WStringArray& keys) const {
-    std::lock_guard lock(items_->mutex);
-    if (!HasWildcard(pattern)) {
-        if (auto item = items_->Find(pattern)) keys.Add(item->key);
-        return;
+    // The items are picked under the lock and their keys, which never change,
+    // copied after it: other runs wait only for the scan.
+    std::vector<std::shared_ptr<UsageData>> matches;
+    {
+        std::lock_guard lock(items_->mutex);
+        if (!HasWildcard(pattern)) {
+            if (auto item = items_->Find(pattern)) matches.push_back(std::move(item));
+        } else {
+            for (auto const& item : items_->ordered)
+                if (UsageKeyMatches(pattern, item->key.str)) matches.push_back(item);
+        }
     }
-    for (UsageData* item : items_->ordered)
-        if (UsageKeyMatches(pattern, item->key.str)) keys.Add(item->key);
+    for (auto const& item : matches) keys.Add(item->key);
 }
 
 bool UsageStore::Delete(std::wstring_view key) {
