@@ -81,14 +81,15 @@ WString StatusTable::ValueText(Value const& value) {
     if (auto const* i = std::get_if<int>(&value)) return WString(std::to_wstring(*i));
     double number = std::get<double>(value);
     char buffer[40];
+    if (number == std::trunc(number) && std::fabs(number) < 1e15) {
+        std::snprintf(buffer, sizeof buffer, "%.1f", number);  // "20.0": still reads back as a double
+        return WString(buffer);
+    }
     for (int precision = 1; precision <= 17; ++precision) {
         std::snprintf(buffer, sizeof buffer, "%.*g", precision, number);
         if (std::strtod(buffer, nullptr) == number) break;
     }
-    std::string text(buffer);
-    // Keep a double recognisable as one: "20" would read back as an int.
-    if (text.find_first_of(".eEni") == std::string::npos) text += ".0";
-    return WString(text.c_str());
+    return WString(buffer);
 }
 
 bool StatusTable::TryParseValue(WString const& text, Value& value) {
