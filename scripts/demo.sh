@@ -9,4 +9,7 @@ cmake --build build/plain -j "${JOBS:-2}"
 data=$(mktemp -d)
 trap 'rm -rf "$data"' EXIT
 cp examples/UsageSchedule.ini "$data/"
-build/plain/bin/labshell --data "$data" --echo examples/demo.lsh
+build/plain/bin/labshell --data "$data" --today 20240815 --echo examples/demo.lsh
+echo
+echo "--- $data/log/run.log"
+cat "$data/log/run.log"
