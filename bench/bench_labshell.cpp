@@ -1,0 +1,75 @@
+// labshell start-up to its first command: a whole process that opens a data
+// folder with N usage items, loads UsageLog.dll and runs one command.
+#include <benchmark/benchmark.h>
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <map>
+#include <stdexcept>
+#include <string>
+
+#include "System.h"
+#include "runtime/UsageStore.h"
+
+extern char** environ;
+
+namespace {
+// One data folder per item count, filled once through the store itself.
+struct Folders : std::map<int, std::string> {
+    ~Folders() {
+        for (auto const& entry : *this) std::filesystem::remove_all(entry.second);
+    }
+};
+
+std::string DataFolderWith(int items) {
+    static Folders folders;
+    auto found = folders.find(items);
+    if (found != folders.end()) return found->second;
+    std::string folder = std::filesystem::temp_directory_path() /
+                         ("bench_labshell_" + std::to_string(getpid()) + "_" + std::to_string(items));
+    std::filesystem::create_directories(folder);
+    std::string error;
+    UsageStore& store = System::usage.Store();
+    if (!store.Open(folder + "/usage.db", error)) throw std::runtime_error(error);
+    for (int i = 0; i < items; ++i) {
+        std::wstring key = L"Control.Method" + std::to_wstring(i % 500) + L".Step" + std::to_wstring(i) + L".SuccessCount";
+        System::usage.Increment(key.c_str(), i);
+    }
+    System::usage.SaveChanges();
+    store.Close();
+    folders[items] = folder;
+    return folder;
+}
+
+void LabshellStartUp(benchmark::State& state) {
+    std::string folder = DataFolderWith(static_cast<int>(state.range(0)));
+    std::string labshell = std::string(LABSHELL_BIN_DIR) + "/labshell";
+    std::string command = "GetFormattedUsageData 1";
+    char* argv[] = {labshell.data(), const_cast<char*>("--data"), folder.data(), const_cast<char*>("-c"), command.data(),
+                    nullptr};
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
+    for (auto _ : state) {
+        pid_t child = 0;
+        if (posix_spawn(&child, labshell.c_str(), &actions, nullptr, argv, environ) != 0) {
+            state.SkipWithError("labshell did not start");
+            break;
+        }
+        int status = 0;
+        waitpid(child, &status, 0);
+        if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
+            state.SkipWithError("labshell failed");
+            break;
+        }
+    }
+    posix_spawn_file_actions_destroy(&actions);
+    state.counters["items"] = static_cast<double>(state.range(0));
+}
+BENCHMARK(LabshellStartUp)->Arg(0)->Arg(100000)->Unit(benchmark::kMillisecond)->UseRealTime();
+}  // namespace
+
+BENCHMARK_MAIN();
