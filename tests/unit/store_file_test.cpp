@@ -191,25 +191,38 @@ TEST_F(StoreFile, RefusesFilesThatAreNoUsageStore) {
 }
 
 TEST_F(StoreFile, KilledSaveLeavesAllOldOrAllNew) {
-    constexpr int Items = 200000;
+    constexpr int Items = 100000;
     {
         UsageLog usage;
         Open(usage);
         for (int i = 0; i < Items; ++i) usage.Increment(NumberedKey(i).c_str(), 1);
         usage.SaveChanges();
     }
-    // The child raises every item by one and saves; it is killed at a random moment.
+    // The child raises every item by one and saves; it says on a pipe when its
+    // save begins, and is killed at a random moment of the save.
+    struct Child {
+        pid_t pid;
+        std::chrono::steady_clock::time_point saveStart;
+    };
     auto startChild = [this] {
-        pid_t child = fork();
-        if (child == 0) {
+        int pipeEnds[2];
+        if (pipe(pipeEnds) != 0) return Child{-1, {}};
+        pid_t pid = fork();
+        if (pid == 0) {
+            close(pipeEnds[0]);
             UsageLog usage;
             std::string error;
             if (!usage.Store().Open(db_, error)) _exit(2);
             for (int i = 0; i < Items; ++i) usage.Increment(NumberedKey(i).c_str(), 1);
+            if (write(pipeEnds[1], "s", 1) != 1) _exit(4);
             usage.SaveChanges();
             _exit(usage.Store().DirtyCount() == 0 ? 0 : 3);
         }
-        return child;
+        close(pipeEnds[1]);
+        char signal = 0;
+        bool started = read(pipeEnds[0], &signal, 1) == 1;
+        close(pipeEnds[0]);
+        return Child{started ? pid : -1, std::chrono::steady_clock::now()};
     };
     auto check = [this] {
         UsageLog usage;
@@ -221,22 +234,24 @@ TEST_F(StoreFile, KilledSaveLeavesAllOldOrAllNew) {
         return first;
     };
 
-    auto start = std::chrono::steady_clock::now();
-    pid_t child = startChild();
+    Child child = startChild();
+    ASSERT_GT(child.pid, 0);
     int status = 0;
-    waitpid(child, &status, 0);
+    waitpid(child.pid, &status, 0);
     ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
-    auto fullRun = std::chrono::steady_clock::now() - start;
+    auto saveTime = std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() -
+                                                                          child.saveStart);
     int value = check();
     EXPECT_EQ(value, 2);
 
     std::mt19937 random(std::random_device{}());
-    std::uniform_int_distribution<long long> delay(0, std::chrono::duration_cast<std::chrono::microseconds>(fullRun).count());
-    for (int round = 0; round < 4; ++round) {
+    std::uniform_int_distribution<long long> delay(0, saveTime.count());
+    for (int round = 0; round < 3; ++round) {
         child = startChild();
+        ASSERT_GT(child.pid, 0);
         std::this_thread::sleep_for(std::chrono::microseconds(delay(random)));
-        kill(child, SIGKILL);
-        waitpid(child, &status, 0);
+        kill(child.pid, SIGKILL);
+        waitpid(child.pid, &status, 0);
         int now = check();
         EXPECT_TRUE(now == value || now == value + 1) << now;
         value = now;
