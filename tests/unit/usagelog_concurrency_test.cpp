@@ -2,6 +2,7 @@
 // counter all count, narrations of concurrent runs never interleave within
 // one handler, and measuring runs stopped in the middle book their time.
 #include <chrono>
+#include <condition_variable>
 #include <regex>
 #include <string>
 #include <thread>
@@ -34,7 +35,7 @@ TEST_F(UsageLogConcurrency, EightRunnersIncrementingOneCounterLoseNothing) {
             std::string chip = "UsageLog -a Control.Chip.Chip" + std::to_string(runner) + ".Count";
             for (int line = 0; line < LinesEach; ++line) {
                 if (RunQuietly("UsageLog -a Shared.Count") != 0) ++failures[runner];
-                if (line % 100 == 0 && RunQuietly(chip) + RunQuietly("UsageLog -c Control.Chip.Dock.Date") != 0)
+                if (line % 100 == 0 && RunQuietly(chip) + RunQuietly("UsageLog -c Control.Chip.Dock.Date -vD") != 0)
                     ++failures[runner];
             }
         });
@@ -77,6 +78,37 @@ TEST_F(UsageLogConcurrency, StoppedMeasurementsBookTheTimeTheyRan) {
     EXPECT_GE(booked, 2 * Measurements);
     EXPECT_LE(booked, 3 * Measurements);
     EXPECT_EQ(output_[0], "Beside.Count=200");
+}
+
+// A monitor's first pass shows every key it resolved; later passes show a
+// key only when its number differs from the one shown last for it.
+TEST_F(UsageLogConcurrency, MonitorShowsEveryKeyFirstThenOnlyChanges) {
+    ASSERT_EQ(Run("UsageLog Mon.1=1 Mon.2=2"), 0u);
+    std::mutex mutex;
+    std::condition_variable arrived;
+    std::vector<std::string> lines;
+    Pipe capture([&](WString const& line) {
+        std::lock_guard<std::mutex> lock(mutex);
+        lines.push_back(line.ToUtf8());
+        arrived.notify_all();
+    });
+    auto waitForCount = [&](size_t count) {
+        std::unique_lock<std::mutex> lock(mutex);
+        return arrived.wait_for(lock, 10s, [&] { return lines.size() >= count; });
+    };
+    ExitCode failure;
+    int id = Host::StartBackground(L"UsageLog -d1 Mon.*", capture, failure);
+    ASSERT_GE(id, 0) << failure.number;
+    ASSERT_TRUE(waitForCount(2));
+    // A change back before the next pass, and a key made after the start,
+    // give no line; the one lasting change does.
+    EXPECT_EQ(Run("UsageLog Mon.2=7 Mon.3=1"), 0u);
+    EXPECT_EQ(Run("UsageLog Mon.2=2 Mon.1=6"), 0u);
+    ASSERT_TRUE(waitForCount(3));
+    std::this_thread::sleep_for(1500ms);
+    EXPECT_EQ(Host::StopRun(id), 1);
+    std::lock_guard<std::mutex> lock(mutex);
+    EXPECT_EQ(lines, (std::vector<std::string>{"Mon.1=1", "Mon.2=2", "Mon.1=6"}));
 }
 
 }  // namespace

@@ -40,7 +40,7 @@ protected:
     // The narration's state outlives runs: bring it to a known start
     // (no operation, no chain, no pending tool date, no chip) and drop the lines.
     void ForgetNarrationState() {
-        Run("UsageLog -c Control.Forget.Date Control.Chip.Undock.Date");
+        Run("UsageLog -c Control.Forget.Date Control.Chip.Undock.Date -vD");
         Run("UsageLog -a Control.Forget.AbortCount");
         TakeRunLog();
     }

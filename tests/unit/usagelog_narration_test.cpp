@@ -23,58 +23,58 @@ TEST_F(UsageLogNarration, DateKeysOfEveryRule) {
         Lines expected;
     };
     std::vector<Step> const steps = {
-        {"UsageLog -c Control.Chip.Dock.Date", {"Dock "}},
+        {"UsageLog -c Control.Chip.Dock.Date -vD", {"Dock "}},
         {"UsageLog -a Control.Chip.C7.Count", {}},
-        {"UsageLog -c Control.Chip.Dock.Date", {"Dock C7"}},
-        {"UsageLog -c Control.Standby.X.Date Control.Temperature.Wait.Date Control.Tempo.Date", {}},
+        {"UsageLog -c Control.Chip.Dock.Date -vD", {"Dock C7"}},
+        {"UsageLog -c Control.Standby.X.Date Control.Temperature.Wait.Date Control.Tempo.Date -vD", {}},
         // Without a pending tool date a tool key is no event.
-        {"UsageLog -c Tool.Shutdown.Date", {}},
-        {"UsageLog -c Control.Tool.Date", {}},
-        {"UsageLog -c Control.Abort.Date", {"Abort"}},
-        {"UsageLog -c Control.AbortWithWash.Date", {"AbortWithWash"}},
-        {"UsageLog -c Other.Date", {}},
-        {"UsageLog -c Tool.Shutdown.More.Date", {"Shutdown Start"}},
-        {"UsageLog -c Control.Tool.Date", {}},
-        {"UsageLog -c Tool.Shutdown.Date", {"Shutdown Step 2 Start"}},
-        {"UsageLog -c Control.Tool.Date", {}},
-        {"UsageLog -c Tool.Shutdown.Date", {"Shutdown Step 3 Start"}},
+        {"UsageLog -c Tool.Shutdown.Date -vD", {}},
+        {"UsageLog -c Control.Tool.Date -vD", {}},
+        {"UsageLog -c Control.Abort.Date -vD", {"Abort"}},
+        {"UsageLog -c Control.AbortWithWash.Date -vD", {"AbortWithWash"}},
+        {"UsageLog -c Other.Date -vD", {}},
+        {"UsageLog -c Tool.Shutdown.More.Date -vD", {"Shutdown Start"}},
+        {"UsageLog -c Control.Tool.Date -vD", {}},
+        {"UsageLog -c Tool.Shutdown.Date -vD", {"Shutdown Step 2 Start"}},
+        {"UsageLog -c Control.Tool.Date -vD", {}},
+        {"UsageLog -c Tool.Shutdown.Date -vD", {"Shutdown Step 3 Start"}},
         {"UsageLog -a Control.Tool.Shutdown.FailCount", {"Shutdown Step 3 Error"}},
-        {"UsageLog -c Control.Tool.Date", {}},
-        {"UsageLog -c Tool.Shutdown.Date", {"Shutdown Start"}},
-        {"UsageLog -c Control.Tool.Extra.Date", {"Tool.Extra Start"}},
-        {"UsageLog -c Control.Date", {"Date Start"}},
+        {"UsageLog -c Control.Tool.Date -vD", {}},
+        {"UsageLog -c Tool.Shutdown.Date -vD", {"Shutdown Start"}},
+        {"UsageLog -c Control.Tool.Extra.Date -vD", {"Tool.Extra Start"}},
+        {"UsageLog -c Control.Date -vD", {"Date Start"}},
         // A counter of the operation without a completion ending changes nothing.
         {"UsageLog -a Control.Date.Count", {}},
         {"UsageLog -a Control.DateOther.SuccessCount", {"Date Ready"}},
         {"UsageLog -a Control.Date.SuccessCount", {}},
-        {"UsageLog -c Control.Chip.Undock.Date Control.Chip.Dock.Date", {"Dock C7", "Undock"}},
+        {"UsageLog -c Control.Chip.Undock.Date Control.Chip.Dock.Date -vD", {"Dock C7", "Undock"}},
     };
     for (Step const& step : steps) EXPECT_EQ(Narrate(step.line), step.expected) << step.line;
 }
 
 TEST_F(UsageLogNarration, KeysCompareWithoutLetterCaseButToolNamesExactly) {
     EXPECT_EQ(Narrate("UsageLog -a control.chip.ChipZ.count"), Lines{});
-    EXPECT_EQ(Narrate("UsageLog -c CONTROL.CHIP.DOCK.DATE"), Lines{"Dock ChipZ"});
-    EXPECT_EQ(Narrate("UsageLog -c control.Method.date"), Lines{"Method Start"});
+    EXPECT_EQ(Narrate("UsageLog -c CONTROL.CHIP.DOCK.DATE -vD"), Lines{"Dock ChipZ"});
+    EXPECT_EQ(Narrate("UsageLog -c control.Method.date -vD"), Lines{"Method Start"});
     EXPECT_EQ(Narrate("UsageLog -a CONTROL.METHOD.successcount"), Lines{"Method Ready"});
     // The list of multi-step tools is searched character by character.
     for (int run = 0; run < 2; ++run) {
-        EXPECT_EQ(Narrate("UsageLog -c control.tool.date"), Lines{});
-        EXPECT_EQ(Narrate("UsageLog -c tool.shutdown.date"), Lines{"shutdown Start"});
+        EXPECT_EQ(Narrate("UsageLog -c control.tool.date -vD"), Lines{});
+        EXPECT_EQ(Narrate("UsageLog -c tool.shutdown.date -vD"), Lines{"shutdown Start"});
         EXPECT_EQ(Narrate("UsageLog -a Control.Tool.shutdown.SuccessCount"), Lines{"shutdown Ready"});
     }
     // Once a chain runs, its name is compared without regard to case.
-    EXPECT_EQ(Narrate("UsageLog -c Control.Tool.Date"), Lines{});
-    EXPECT_EQ(Narrate("UsageLog -c Tool.DesorbAndSanitize.Date"), Lines{"DesorbAndSanitize Start"});
+    EXPECT_EQ(Narrate("UsageLog -c Control.Tool.Date -vD"), Lines{});
+    EXPECT_EQ(Narrate("UsageLog -c Tool.DesorbAndSanitize.Date -vD"), Lines{"DesorbAndSanitize Start"});
     EXPECT_EQ(Narrate("UsageLog -a Control.Tool.X.SuccessCount"), Lines{"DesorbAndSanitize Ready"});
-    EXPECT_EQ(Narrate("UsageLog -c Control.Tool.Date"), Lines{});
-    EXPECT_EQ(Narrate("UsageLog -c Tool.desorbandsanitize.Date"), Lines{"desorbandsanitize Step 2 Start"});
+    EXPECT_EQ(Narrate("UsageLog -c Control.Tool.Date -vD"), Lines{});
+    EXPECT_EQ(Narrate("UsageLog -c Tool.desorbandsanitize.Date -vD"), Lines{"desorbandsanitize Step 2 Start"});
 }
 
 TEST_F(UsageLogNarration, OnlyMeaningfulEventsOfEachCommandAreNarrated) {
     // A -c line narrates its dates once each, sorted; counters and timers it
     // clears are silent, and so are assignments, deletions and -i.
-    EXPECT_EQ(Narrate("UsageLog -c Control.B.Date Control.A.Date Control.B.Date"), (Lines{"A Start", "B Start"}));
+    EXPECT_EQ(Narrate("UsageLog -c Control.B.Date Control.A.Date Control.B.Date -vD"), (Lines{"A Start", "B Start"}));
     EXPECT_EQ(Narrate("UsageLog -c Control.B.SuccessCount Control.B.Time"), Lines{});
     EXPECT_EQ(Narrate("UsageLog Control.C.Date=20240101 -vD"), Lines{});
     EXPECT_EQ(Narrate("UsageLog -i Control.D.Date -vD"), Lines{});
@@ -86,7 +86,7 @@ TEST_F(UsageLogNarration, OnlyMeaningfulEventsOfEachCommandAreNarrated) {
               (Lines{"Temperature Wait Abort", "D Error", "Temperature Wait Ready"}));
     // A failing line narrates the items handled before its failure.
     EXPECT_EQ(Run("UsageLog -a Control.Chip.K1.Count Control.Chip.K*.Count"), 17u);
-    EXPECT_EQ(Narrate("UsageLog -c Control.Chip.Dock.Date"), Lines{"Dock K1"});
+    EXPECT_EQ(Narrate("UsageLog -c Control.Chip.Dock.Date -vD"), Lines{"Dock K1"});
     // A reset that fails for want of a clock narrates nothing of that key.
     System::status.Set(L"InfoDateTimeValid", false);
     EXPECT_EQ(Run("UsageLog -c Control.E.Date -vD"), 8u);
