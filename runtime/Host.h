@@ -39,8 +39,9 @@ void AddBuiltin(WString const& name, WString const& usage, Builtin builtin);
 // its final code. `parent` is the run that asked (CommandBase::Run), or null.
 ExitCode RunLine(WString const& line, Pipe const& pipe, RunState* parent = nullptr, unsigned int mode = 0);
 // Starts a command line as a background run (an orphan); gives its process id,
-// or -1 with the failure's code in `failure`.
-int StartBackground(WString const& line, Pipe const& pipe, ExitCode& failure);
+// or -1 with the failure's code in `failure`. With `askGoAhead` it returns
+// once the run has called SendSignalGoAheadIfRequested or has ended.
+int StartBackground(WString const& line, Pipe const& pipe, ExitCode& failure, bool askGoAhead = false);
 
 // Names of every command, plug-in ones and builtins, sorted; help of one.
 std::vector<WString> CommandNames();
@@ -65,5 +66,10 @@ std::vector<RunInfo> LiveRuns();
 
 // Ends the host: stops every run and waits for their OnExit.
 void Shutdown();
+
+// One whole line, UTF-8, to stdout or stderr, under the lock that every
+// Pipe line takes.
+void WriteOutputLine(WString const& line);
+void WriteErrorLine(WString const& line);
 
 }  // namespace Host
