@@ -11,7 +11,11 @@ std::condition_variable hostCondition;
 std::map<int, std::shared_ptr<RunState>> liveRuns;
 std::map<std::wstring, RunState*> resourceHolders;
 int lastProcessId = 0;
-unsigned int backgroundThreads = 0;
+
+// Threads of background runs; joined once their runs have ended, and all
+// of them when the host ends, so that no thread outlives the host.
+std::mutex backgroundMutex;
+std::vector<std::pair<std::shared_ptr<RunState>, std::thread>> backgroundThreads;
 
 thread_local RunState* currentRun = nullptr;
 
@@ -60,6 +64,22 @@ void RunOnThread(std::shared_ptr<RunState> run, Runs::Body const& body, ExitCode
     currentRun = nullptr;
     EndRun(*run);
 }
+void JoinEndedBackgroundThreads() {
+    std::vector<std::thread> ended;
+    {
+        std::lock_guard<std::mutex> lock(backgroundMutex);
+        std::lock_guard<std::mutex> hostLock(hostMutex);
+        for (auto entry = backgroundThreads.begin(); entry != backgroundThreads.end();) {
+            if (!entry->first->ended) {
+                ++entry;
+                continue;
+            }
+            ended.push_back(std::move(entry->second));
+            entry = backgroundThreads.erase(entry);
+        }
+    }
+    for (std::thread& thread : ended) thread.join();
+}
 }  // namespace
 
 namespace Runs {
@@ -107,7 +127,6 @@ ExitCode Start(Request const& request, Body body, int* processId) {
         // A run started by a run that is being stopped is stopped from birth.
         run->stopRequested = run->parent != nullptr && run->parent->stopRequested;
         liveRuns[run->processId] = run;
-        if (request.background) ++backgroundThreads;
     }
     if (processId != nullptr) *processId = run->processId;
 
@@ -118,13 +137,14 @@ ExitCode Start(Request const& request, Body body, int* processId) {
         return code;
     }
 
-    std::thread([run, body = std::move(body)] {
-        ExitCode ignored;
-        RunOnThread(run, body, ignored);
-        std::lock_guard<std::mutex> lock(hostMutex);
-        --backgroundThreads;
-        hostCondition.notify_all();
-    }).detach();
+    JoinEndedBackgroundThreads();
+    {
+        std::lock_guard<std::mutex> lock(backgroundMutex);
+        backgroundThreads.emplace_back(run, std::thread([run, body = std::move(body)] {
+                                           ExitCode ignored;
+                                           RunOnThread(run, body, ignored);
+                                       }));
+    }
 
     if (request.askGoAhead) {
         std::unique_lock<std::mutex> lock(hostMutex);
@@ -212,8 +232,15 @@ unsigned int CountNamed(WString const& name) {
 }
 
 void JoinBackground() {
-    std::unique_lock<std::mutex> lock(hostMutex);
-    hostCondition.wait(lock, [] { return backgroundThreads == 0; });
+    for (;;) {
+        std::vector<std::pair<std::shared_ptr<RunState>, std::thread>> threads;
+        {
+            std::lock_guard<std::mutex> lock(backgroundMutex);
+            threads.swap(backgroundThreads);
+        }
+        if (threads.empty()) return;
+        for (auto& entry : threads) entry.second.join();
+    }
 }
 
 }  // namespace Runs
