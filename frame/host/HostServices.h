@@ -63,6 +63,11 @@ public:
         if (count == capacity) Grow(capacity + 10);
         data[count++] = value;
     }
+    // Room for `total` entries in one step, for a caller that knows how many
+    // it will add: growing by 10 at a time copies quadratically often.
+    void Reserve(unsigned int total) {
+        if (total > capacity) Grow(total);
+    }
     T& operator[](unsigned int index) {
         if (data == nullptr) throw ExitCode(0, 1, HostExit::ArrayNoStorage);
         if (index >= count) throw ExitCode(0, 1, HostExit::ArrayIndex);
