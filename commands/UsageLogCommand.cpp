@@ -353,6 +353,7 @@ ExitCode UsageLogCommand::ListOrMonitor(WStringArray& keys, bool showHistory, bo
                                         int intervalSeconds) {
     // Resolve every key once: a pass then works through references only.
     Array<UsageReference> references;
+    references.Reserve(keys.count);
     for (unsigned int index = 0; index < keys.count; ++index) references.Add(UsageReference(nullptr));
     for (unsigned int index = 0; index < keys.count; ++index)
         if (!System::usage.TryGetItemReference(keys[index].c_str(), references[index])) return ExitCode(4);
