@@ -5,6 +5,8 @@
 #    store of 10 000 counters, against the sqlite3 tool running the same
 #    10 000 updates on a copy of the same file in one transaction. Both are
 #    timed as whole processes; the ratio labshell / sqlite3 is the figure.
+#    The same number of no-op builtin lines shows what the shell itself
+#    costs per line, whatever the command.
 # 2. The CPU time of one pass of "UsageLog -d1" over 100 000 items: the
 #    monitor runs in a labshell of its own, and its thread's CPU time is read
 #    from /proc over ten passes (the first pass, which prints every item, is
@@ -51,6 +53,12 @@ awk -v n=$items 'BEGIN {
 start=$(now_ns)
 "$labshell" --data "$work/shell" "$work/increments.lsh" >/dev/null
 shell_ns=$(( $(now_ns) - start ))
+# The shell's own cost of a line: as many lines of a builtin that does nothing.
+cp -r "$work/sql" "$work/floor"
+awk -v n=$items 'BEGIN { for (i = 1; i <= n; i++) print "sleep 0"; print "UsageLog -b" }' >"$work/floor.lsh"
+start=$(now_ns)
+"$labshell" --data "$work/floor" "$work/floor.lsh" >/dev/null
+floor_ns=$(( $(now_ns) - start ))
 start=$(now_ns)
 sqlite3 "$work/sql/usage.db" <"$work/increments.sql"
 sql_ns=$(( $(now_ns) - start ))
@@ -61,14 +69,15 @@ check=$(sqlite3 "$work/shell/usage.db" "SELECT SUM(value) FROM usage_item")
 check=$(sqlite3 "$work/sql/usage.db" "SELECT SUM(value) FROM usage_item")
 [ "$check" = "$items" ] || { echo "sqlite3 store sums to $check, not $items" >&2; exit 1; }
 
-awk -v a="$shell_ns" -v b="$sql_ns" -v n=$items 'BEGIN {
+awk -v a="$shell_ns" -v b="$sql_ns" -v f="$floor_ns" -v n=$items 'BEGIN {
   printf "increments: labshell %.3f s, sqlite3 %.3f s, ratio %.2f (%d updates each)\n", a / 1e9, b / 1e9, a / b, n
+  printf "  the shell alone, %d no-op builtin lines: %.3f s\n", n, f / 1e9
 }'
 
 # --- 2. monitoring pass ---------------------------------------------------
 items=100000
 make_store "$work/monitor" $items
-"$labshell" --data "$work/monitor" -c "SHELL -b UsageLog -d1" -c "sleep 15000" >/dev/null &
+"$labshell" --data "$work/monitor" -c "SHELL -b UsageLog -d1" -c "sleep 16000" >/dev/null &
 shell_pid=$!
 
 # CPU nanoseconds of each thread of the shell: "TID NS" lines.
@@ -77,7 +86,7 @@ thread_cpu() {
     [ -r "$task/schedstat" ] && echo "${task##*/} $(cut -d' ' -f1 "$task/schedstat")"
   done
 }
-sleep 3
+sleep 4
 first=$(thread_cpu)
 sleep 10
 second=$(thread_cpu)
