@@ -60,7 +60,7 @@ fs::path AlertsSchedule::dataDir_;
 
 // A complete section; the cases below change one thing in it.
 std::string Section(std::string const& name, std::string const& extra = "", std::string const& id = "1") {
-    return "[" + name + "]\nId=" + id + "\nType=2\nLevel=4\nMessage=text\nAlertUser=true\n" + extra;
+    return "[" + name + "]\nId=" + id + "\nType=2\nLevel=4\nMessage=text\nAlertUser=true\n" + extra + "\n";
 }
 
 struct BrokenSchedule {
