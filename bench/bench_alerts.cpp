@@ -73,8 +73,22 @@ void BM_GetUsageAlertsVerify(benchmark::State& state) {
     state.counters["sections/s"] =
         benchmark::Counter(static_cast<double>(sections), benchmark::Counter::kIsIterationInvariantRate);
 }
-BENCHMARK(BM_GetUsageAlertsVerify)->Arg(50)->Arg(200)->Arg(800)->Unit(benchmark::kMillisecond)->Complexity(benchmark::oN);
+// The command runs on a thread of its own: only the wall clock sees it.
+BENCHMARK(BM_GetUsageAlertsVerify)
+    ->Arg(50)
+    ->Arg(200)
+    ->Arg(800)
+    ->UseRealTime()
+    ->Unit(benchmark::kMillisecond)
+    ->Complexity(benchmark::oN);
 
 }  // namespace
 
-BENCHMARK_MAIN();
+int main(int argc, char** argv) {
+    benchmark::Initialize(&argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    Host::Shutdown();
+    fs::remove_all(DataFolder());
+    return 0;
+}
