@@ -1,3 +1,4 @@
+// Entries of a plug-in's automatic tests and the checks they report through.
 #include "AutomaticTestEntry.h"
 
 TestCommand::TestCommand(Pipe const& pipe) : pipe(pipe), failures_(0) {}

@@ -1,3 +1,5 @@
+// The configuration file: its lines kept as read, so that a key added with
+// its default is written back with every other line and comment unchanged.
 #include <cstdio>
 #include <fstream>
 
@@ -16,6 +18,17 @@ std::wstring KeyOf(std::wstring const& line) {
     if (trimmed.empty() || trimmed[0] == L';' || trimmed[0] == L'#' || IsSectionHeader(trimmed)) return L"";
     size_t equals = trimmed.find(L'=');
     return equals == std::wstring::npos ? L"" : Trimmed(trimmed.substr(0, equals));
+}
+
+// The value of the first "key=value" line of the section; the caller holds the lock.
+template <typename Lines>
+bool FindValue(Lines const& lines, WString const& section, WString const& key, WString& value) {
+    for (auto const& line : lines) {
+        if (line.section != section.str || KeyOf(line.text) != key.str) continue;
+        value = WString(Trimmed(line.text.substr(line.text.find(L'=') + 1)));
+        return true;
+    }
+    return false;
 }
 }  // namespace
 
@@ -39,23 +52,19 @@ void ConfigFileData::Load(WString const& path) {
 
 bool ConfigFileData::TryGetText(WString const& section, WString const& key, WString& value) const {
     std::lock_guard<std::mutex> lock(mutex_);
-    for (Line const& line : lines_) {
-        if (line.section != section.str || KeyOf(line.text) != key.str) continue;
-        value = WString(Trimmed(line.text.substr(line.text.find(L'=') + 1)));
-        return true;
-    }
-    return false;
+    return FindValue(lines_, section, key, value);
 }
 
 int ConfigFileData::GetIntOrUseDefaultAndAdd(WString const& section, WString const& key, int defaultValue,
                                              unsigned int exitNumber, int smallest, int largest) {
+    // One lock for look-up and insertion, so two runs cannot both add the key.
+    std::lock_guard<std::mutex> lock(mutex_);
     WString text;
-    if (TryGetText(section, key, text)) {
+    if (FindValue(lines_, section, key, text)) {
         int value = 0;
         if (!text.TryGetInt(value, smallest, largest, nullptr)) throw ExitCode(exitNumber);
         return value;
     }
-    std::lock_guard<std::mutex> lock(mutex_);
     std::wstring entry = key.str + L"=" + std::to_wstring(defaultValue);
     // After the last line of the section, or a new section at the end.
     size_t insertAt = lines_.size();

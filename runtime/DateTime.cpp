@@ -1,3 +1,5 @@
+// Dates as seconds since 30-Dec-1899 00:00 local time, by integer civil-date
+// arithmetic, and the host clock that `--today` shifts by whole days.
 #include <atomic>
 #include <ctime>
 

@@ -1,3 +1,4 @@
+// Exit codes and their text for log lines.
 #include "ExitCode.h"
 
 #include <cstdio>

@@ -1,3 +1,4 @@
+// The hash tables of the host services; the bucket count is only a hint.
 #include "HostServices.h"
 
 WStringHashTable::WStringHashTable(int) {}

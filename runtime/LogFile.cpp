@@ -1,3 +1,5 @@
+// Log files: one time-stamped line per write, renamed to NAME.log.1 when the
+// next line would pass the size limit.
 #include <sys/stat.h>
 
 #include <cstdio>
@@ -27,14 +29,14 @@ void LogFile::WriteLine(WString line) { Append(line); }
 
 void LogFile::Append(WString const& line) {
     if (!enabled) return;
+    std::lock_guard<std::mutex> lock(mutex_);
+    // Stamped under the lock, so that the lines of a file stay in time order.
     DateTime now = HostClock::Now();
     int date = now.ToDateInt(), second = now.SecondOfDay();
     char stamp[64];
     std::snprintf(stamp, sizeof stamp, "%04d-%02d-%02d %02d:%02d:%02d ", date / 10000, date / 100 % 100, date % 100,
                   second / 3600, second / 60 % 60, second % 60);
     std::string text = stamp + line.ToUtf8() + "\n";
-
-    std::lock_guard<std::mutex> lock(mutex_);
     std::string path = Path().ToUtf8();
     struct stat info {};
     if (stat(path.c_str(), &info) == 0 && static_cast<unsigned long long>(info.st_size) + text.size() > sizeLimit_) {

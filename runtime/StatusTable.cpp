@@ -1,3 +1,4 @@
+// The status table and the text form of its values.
 #include "StatusTable.h"
 
 #include <cerrno>
@@ -42,7 +43,7 @@ bool StatusTable::TryGetInt(WString const& key, int& value, int smallest, int la
     double number = 0;
     if (!TryGet(key, stored) || !ToDouble(stored, number)) return false;
     number = std::trunc(number);
-    if (number < smallest || number > largest) return false;
+    if (!(number >= smallest && number <= largest)) return false;  // also refuses NaN
     value = static_cast<int>(number);
     return true;
 }
@@ -51,7 +52,7 @@ bool StatusTable::TryGetDouble(WString const& key, double& value, double smalles
     Value stored;
     double number = 0;
     if (!TryGet(key, stored) || !ToDouble(stored, number)) return false;
-    if (number < smallest || number > largest) return false;
+    if (!(number >= smallest && number <= largest)) return false;
     value = number;
     return true;
 }

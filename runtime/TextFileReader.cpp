@@ -1,3 +1,5 @@
+// Line-by-line reading of a UTF-8 file, one line read ahead so that `atEnd`
+// comes with the last line.
 #include "HostServices.h"
 
 TextFileReader::TextFileReader(WString const& path, unsigned int exitNumber)

@@ -1,3 +1,5 @@
+// Wide text: comparisons (ASCII case folding), numbers, tokens and UTF-8
+// conversion done by hand, so that no locale plays a part.
 #include "WString.h"
 
 #include <algorithm>

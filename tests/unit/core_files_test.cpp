@@ -4,7 +4,10 @@
 
 #include <filesystem>
 #include <fstream>
+#include <latch>
 #include <sstream>
+#include <thread>
+#include <vector>
 
 #include "HostServices.h"
 #include "StatusTable.h"
@@ -83,6 +86,27 @@ TEST_F(CoreFiles, ConfigurationEntersMissingKeysAndRefusesBadValues) {
         ADD_FAILURE() << "an interval of 0 was accepted";
     } catch (ExitCode const& code) {
         EXPECT_EQ(code.number, 100u);
+    }
+}
+
+TEST_F(CoreFiles, ConfigurationAddsAKeyOnceWhenRunsAskTogether) {
+    // A double entry needs two runs in the same short window: many rounds make one likely.
+    std::filesystem::path path = folder_ / "config.ini";
+    for (int round = 0; round < 100; ++round) {
+        Write(path, "[Config]\n");
+        ConfigFileData config;
+        config.Load(WString(path.string().c_str()));
+        constexpr int runCount = 8;
+        std::latch start(runCount);
+        std::vector<std::thread> runs;
+        for (int i = 0; i < runCount; ++i) {
+            runs.emplace_back([&config, &start] {
+                start.arrive_and_wait();
+                config.GetIntOrUseDefaultAndAdd(L"Config", L"ServiceInterval", 183, 100, 1, 400);
+            });
+        }
+        for (std::thread& run : runs) run.join();
+        ASSERT_EQ(Read(path), "[Config]\nServiceInterval=183\n") << "round " << round;
     }
 }
 
