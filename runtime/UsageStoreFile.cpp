@@ -82,7 +82,7 @@ std::unique_ptr<UsageStoreFile> UsageStoreFile::Open(std::string const& path, st
     int result = sqlite3_open_v2(path.c_str(), &db, flags, nullptr);
     std::unique_ptr<UsageStoreFile> file(new UsageStoreFile(db, path));
     if (result != SQLITE_OK) {
-        error = path + ": " + file->LastError();
+        error = file->LastError();
         return nullptr;
     }
     sqlite3_busy_timeout(db, BusyTimeoutMs);
@@ -94,7 +94,7 @@ std::unique_ptr<UsageStoreFile> UsageStoreFile::Open(std::string const& path, st
                        sqlite3_step(marker.statement) == SQLITE_ROW &&
                        sqlite3_column_int(marker.statement, 0) == FormatVersion;
         if (!isStore) {
-            error = path + " is not a usage store" + (error.empty() ? "" : " (" + error + ")");
+            error = "not a usage store" + (error.empty() ? "" : " (" + error + ")");
             return nullptr;
         }
     }
@@ -104,7 +104,6 @@ std::unique_ptr<UsageStoreFile> UsageStoreFile::Open(std::string const& path, st
                        " ON CONFLICT(key) DO UPDATE SET key = ?1, type = ?2, value = ?3, history = ?4",
                        file->upsert_, error) ||
         !file->Prepare("DELETE FROM usage_item WHERE key = ?1", file->delete_, error)) {
-        error = path + ": " + error;
         return nullptr;
     }
     return file;

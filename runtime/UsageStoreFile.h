@@ -28,7 +28,8 @@ class UsageStoreFile {
 public:
     // Opens the file, creating it with the schema when it is missing, and
     // gives all its items. A file that is not a usage store is refused before
-    // anything is written to it: null with `error` set.
+    // anything is written to it: null with `error` set (without the path,
+    // which the caller names).
     static std::unique_ptr<UsageStoreFile> Open(std::string const& path, std::vector<UsageRow>& rows,
                                                 std::string& error);
     ~UsageStoreFile();

@@ -167,7 +167,7 @@ TEST_F(StoreFile, FailedSaveKeepsChangesLogsAndRetries) {
     EXPECT_EQ(Query("SELECT count(*), sum(value) FROM usage_item"), "500|500\n");
 }
 
-TEST_F(StoreFile, RefusesFilesThatAreNoUsageStore) {
+TEST_F(StoreFile, RefusesFilesThatAreNoUsageStoreOrCannotBeOpened) {
     std::ofstream(db_) << "[Config]\nServiceInterval=30\n";
     std::string foreign = dir_ + "/foreign.db";
     ASSERT_EQ(system(("sqlite3 '" + foreign + "' \"CREATE TABLE usage_item(key TEXT); INSERT INTO usage_item "
@@ -187,7 +187,7 @@ TEST_F(StoreFile, RefusesFilesThatAreNoUsageStore) {
     UsageLog usage;
     std::string error;
     EXPECT_FALSE(usage.Store().Open(dir_ + "/missing/usage.db", error));
-    EXPECT_NE(error.find("missing/usage.db"), std::string::npos) << error;
+    EXPECT_NE(error.find("unable to open"), std::string::npos) << error;
 }
 
 TEST_F(StoreFile, KilledSaveLeavesAllOldOrAllNew) {
