@@ -25,7 +25,11 @@ protected:
         std::string warning;
         ASSERT_TRUE(Host::LoadPlugin(LABSHELL_BIN_DIR "/UsageLog.dll", error, warning)) << error;
     }
-    static void TearDownTestSuite() { std::filesystem::remove_all(dataDir_); }
+    static void TearDownTestSuite() {
+        // Joins the threads of the suite's background runs before the process ends.
+        Host::Shutdown();
+        std::filesystem::remove_all(dataDir_);
+    }
 
     void SetUp() override {
         System::runLog.enabled = true;
