@@ -36,6 +36,12 @@ bool FindCommand(WString const& name, CommandEntry& entry) {
     return true;
 }
 
+// Under tableMutex.
+void AddCommandLocked(CommandFactory factory) {
+    std::unique_ptr<CommandBase> probe(factory());
+    commandTable[probe->GetName().str] = CommandEntry{factory, nullptr, WString()};
+}
+
 // The text after the first word (quotes kept), trimmed.
 WString RestAfterName(WString const& line) {
     bool quoted = false;
@@ -159,8 +165,7 @@ bool LoadPlugin(std::string const& path, std::string& error, std::string& warnin
     for (unsigned int index = 0;; ++index) {
         CommandFactory factory = nextCommand(index);
         if (factory == nullptr) break;
-        std::unique_ptr<CommandBase> probe(factory());
-        commandTable[probe->GetName().str] = CommandEntry{factory, nullptr, WString()};
+        AddCommandLocked(factory);
     }
     std::vector<AutomaticTestEntry> tests;
     AutomaticTestEntry entry;
@@ -169,6 +174,11 @@ bool LoadPlugin(std::string const& path, std::string& error, std::string& warnin
     std::erase_if(testsByFile, [&](auto const& file) { return file.first == fileName; });
     testsByFile.emplace_back(fileName, std::move(tests));
     return true;
+}
+
+void AddCommand(CommandFactory factory) {
+    std::lock_guard<std::mutex> lock(tableMutex);
+    AddCommandLocked(factory);
 }
 
 void AddBuiltin(WString const& name, WString const& usage, Builtin builtin) {

@@ -25,6 +25,9 @@ bool OpenDataFolder(WString const& dir, std::string& error);
 // result goes to `warning`; the file's commands are still offered.
 bool LoadPlugin(std::string const& path, std::string& error, std::string& warning);
 
+// Adds a command of the host's own (by its GetName), as a plug-in's would be.
+void AddCommand(CommandFactory factory);
+
 // A builtin of the shell: gets the words of its line after the name.
 struct BuiltinContext {
     std::vector<WString> words;  // the words after the name, quotes removed

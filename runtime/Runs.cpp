@@ -14,8 +14,16 @@ int lastProcessId = 0;
 
 // Threads of background runs; joined once their runs have ended, and all
 // of them when the host ends, so that no thread outlives the host.
+// A process that ends without Host::Shutdown lets go of the threads left.
+struct BackgroundThreads : std::vector<std::pair<std::shared_ptr<RunState>, std::thread>> {
+    ~BackgroundThreads() {
+        for (auto& entry : *this) {
+            if (entry.second.joinable()) entry.second.detach();
+        }
+    }
+};
 std::mutex backgroundMutex;
-std::vector<std::pair<std::shared_ptr<RunState>, std::thread>> backgroundThreads;
+BackgroundThreads backgroundThreads;
 
 thread_local RunState* currentRun = nullptr;
 

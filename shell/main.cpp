@@ -72,9 +72,13 @@ std::string DefaultPlugin() {
     return (failure ? std::filesystem::path(".") : self.parent_path()) / "UsageLog.dll";
 }
 
-// A bare file name is a file in the working folder, not a library search.
+// A bare file name is a file in the working folder, else one beside
+// labshell; never a search of the library path.
 std::string PluginPath(std::string const& given) {
-    return given.find('/') == std::string::npos ? "./" + given : given;
+    if (given.find('/') != std::string::npos) return given;
+    std::error_code failure;
+    if (std::filesystem::exists(given, failure)) return "./" + given;
+    return (std::filesystem::path(DefaultPlugin()).parent_path() / given).string();
 }
 
 bool Start(Invocation const& invocation) {
