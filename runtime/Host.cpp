@@ -219,7 +219,9 @@ int StartBackground(WString const& line, Pipe const& pipe, ExitCode& failure, bo
     if (entry.factory != nullptr) {
         body = CommandBody(entry.factory, parsed, pipe);
     } else {
+        // A builtin has no start to get past: it gives its go-ahead at once.
         body = [entry, name = parsed.name, trimmed, pipe](RunState& run) {
+            Runs::GiveGoAhead(&run);
             return RunBuiltin(entry, name, trimmed, pipe, &run);
         };
     }
