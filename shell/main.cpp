@@ -166,7 +166,7 @@ int main(int argc, char** argv) {
     // Unsaved changes are lost on exit, as on the instrument.
     if (interactive) {
         unsigned int unsaved = System::usage.Store().DirtyCount();
-        if (unsaved != 0) Complain(std::to_string(unsaved) + " usage items left unsaved");
+        if (unsaved != 0) Complain("usage changes left unsaved: " + std::to_string(unsaved));
     }
     if (!read) return StartFailureStatus;
     unsigned int last = Shell::LastExitNumber();
