@@ -187,6 +187,9 @@ int StopWhere(std::function<bool(RunState const&)> const& which, bool wait) {
             }
             return true;
         });
+        lock.unlock();
+        // Whoever waited for a stop takes the threads of the ended runs with it.
+        JoinEndedBackgroundThreads();
     }
     return count;
 }
