@@ -14,6 +14,7 @@
 
 #include "frame/host/System.h"
 #include "runtime/Host.h"
+#include "test_support.h"
 
 namespace {
 
@@ -22,12 +23,7 @@ namespace fs = std::filesystem;
 class AlertsSchedule : public ::testing::Test {
 protected:
     static void SetUpTestSuite() {
-        dataDir_ = fs::temp_directory_path() / ("alerts_unit_" + std::to_string(::getpid()));
-        fs::remove_all(dataDir_);
-        std::string error;
-        ASSERT_TRUE(Host::OpenDataFolder(WString::FromUtf8(dataDir_.string()), error)) << error;
-        std::string warning;
-        ASSERT_TRUE(Host::LoadPlugin(LABSHELL_BIN_DIR "/UsageLog.dll", error, warning)) << error;
+        OpenSuiteHost("alerts_unit", dataDir_);
     }
     static void TearDownTestSuite() { fs::remove_all(dataDir_); }
 

@@ -1,6 +1,8 @@
 // Command lines: words, options and arguments, and the reads of options.
 #include <gtest/gtest.h>
 
+#include "test_support.h"
+
 #include "CommandBase.h"
 
 namespace {
@@ -10,14 +12,6 @@ ParsedCommandLine Parse(wchar_t const* line) {
     return parsed;
 }
 
-unsigned int ThrownNumber(std::function<void()> const& action) {
-    try {
-        action();
-    } catch (ExitCode const& code) {
-        return code.number;
-    }
-    return 0;
-}
 }  // namespace
 
 TEST(CoreOptions, SortsWordsIntoOptionsAndArguments) {

@@ -1,20 +1,11 @@
 // The host's text, number parsing and date arithmetic.
 #include <gtest/gtest.h>
 
+#include "test_support.h"
+
 #include "ExitCode.h"
 #include "UsageLog.h"
 #include "WString.h"
-
-namespace {
-unsigned int ThrownNumber(std::function<void()> const& action) {
-    try {
-        action();
-    } catch (ExitCode const& code) {
-        return code.number;
-    }
-    return 0;
-}
-}  // namespace
 
 TEST(CoreText, FormatsEveryConversion) {
     EXPECT_EQ(WString::Format(L"%s=%u; %d %x %%", L"Key", 4294967295u, -3, 255u).str, L"Key=4294967295; -3 ff %");

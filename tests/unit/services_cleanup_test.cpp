@@ -13,6 +13,7 @@
 #include "frame/host/System.h"
 #include "runtime/Host.h"
 #include "runtime/UsageStore.h"
+#include "test_support.h"
 
 namespace {
 
@@ -21,19 +22,12 @@ namespace fs = std::filesystem;
 class ServicesCleanup : public ::testing::Test {
 protected:
     static void SetUpTestSuite() {
-        dataDir_ = fs::temp_directory_path() / ("cleanup_unit_" + std::to_string(::getpid()));
-        fs::remove_all(dataDir_);
-        std::string error;
-        ASSERT_TRUE(Host::OpenDataFolder(WString::FromUtf8(dataDir_.string()), error)) << error;
-        std::string warning;
-        ASSERT_TRUE(Host::LoadPlugin(LABSHELL_BIN_DIR "/UsageLog.dll", error, warning)) << error;
+        OpenSuiteHost("cleanup_unit", dataDir_);
     }
     static void TearDownTestSuite() { fs::remove_all(dataDir_); }
 
     void SetUp() override {
-        WStringArray keys;
-        System::usage.GetAllKeys(keys);
-        for (unsigned int i = 0; i < keys.count; ++i) System::usage.TryDeleteItem(keys[i].c_str());
+        DeleteAllUsageItems();
         fs::remove(dataDir_ / "log" / "error.log");
     }
 

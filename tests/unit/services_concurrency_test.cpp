@@ -18,6 +18,7 @@
 
 #include "frame/host/System.h"
 #include "runtime/Host.h"
+#include "test_support.h"
 
 namespace {
 
@@ -84,19 +85,12 @@ bool Eventually(std::function<bool()> const& condition, std::chrono::millisecond
 class ServicesConcurrency : public ::testing::Test {
 protected:
     static void SetUpTestSuite() {
-        dataDir_ = fs::temp_directory_path() / ("services_unit_" + std::to_string(::getpid()));
-        fs::remove_all(dataDir_);
-        std::string error;
-        ASSERT_TRUE(Host::OpenDataFolder(WString::FromUtf8(dataDir_.string()), error)) << error;
-        std::string warning;
-        ASSERT_TRUE(Host::LoadPlugin(LABSHELL_BIN_DIR "/UsageLog.dll", error, warning)) << error;
+        OpenSuiteHost("services_unit", dataDir_);
     }
     static void TearDownTestSuite() { fs::remove_all(dataDir_); }
 
     void SetUp() override {
-        WStringArray keys;
-        System::usage.GetAllKeys(keys);
-        for (unsigned int i = 0; i < keys.count; ++i) System::usage.TryDeleteItem(keys[i].c_str());
+        DeleteAllUsageItems();
         System::usage.SaveChanges();
     }
     void TearDown() override {

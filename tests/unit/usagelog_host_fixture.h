@@ -14,16 +14,12 @@
 
 #include "frame/host/System.h"
 #include "runtime/Host.h"
+#include "test_support.h"
 
 class UsageLogHost : public ::testing::Test {
 protected:
     static void SetUpTestSuite() {
-        dataDir_ = std::filesystem::temp_directory_path() / ("usagelog_unit_" + std::to_string(::getpid()));
-        std::filesystem::remove_all(dataDir_);
-        std::string error;
-        ASSERT_TRUE(Host::OpenDataFolder(WString::FromUtf8(dataDir_.string()), error)) << error;
-        std::string warning;
-        ASSERT_TRUE(Host::LoadPlugin(LABSHELL_BIN_DIR "/UsageLog.dll", error, warning)) << error;
+        OpenSuiteHost("usagelog_unit", dataDir_);
     }
     static void TearDownTestSuite() {
         // Joins the threads of the suite's background runs before the process ends.
@@ -36,9 +32,7 @@ protected:
         System::status.Clear();
         System::status.Set(L"InfoDateTimeValid", true);
         ForgetNarrationState();
-        WStringArray keys;
-        System::usage.GetAllKeys(keys);
-        for (unsigned int i = 0; i < keys.count; ++i) System::usage.TryDeleteItem(keys[i].c_str());
+        DeleteAllUsageItems();
     }
 
     // The narration's state outlives runs: bring it to a known start

@@ -1,0 +1,38 @@
+// Helpers shared by the unit tests: the exit number a piece of code throws,
+// and an in-process host with a data folder of the suite's own.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <functional>
+#include <string>
+
+#include "frame/host/System.h"
+#include "runtime/Host.h"
+
+// The number of the ExitCode that `action` throws; 0 when it throws none.
+inline unsigned int ThrownNumber(std::function<void()> const& action) {
+    try {
+        action();
+    } catch (ExitCode const& code) {
+        return code.number;
+    }
+    return 0;
+}
+
+// Opens a fresh data folder named after the suite and loads UsageLog.dll.
+inline void OpenSuiteHost(std::string const& name, std::filesystem::path& dataDir) {
+    dataDir = std::filesystem::temp_directory_path() / (name + "_" + std::to_string(::getpid()));
+    std::filesystem::remove_all(dataDir);
+    std::string error, warning;
+    ASSERT_TRUE(Host::OpenDataFolder(WString::FromUtf8(dataDir.string()), error)) << error;
+    ASSERT_TRUE(Host::LoadPlugin(LABSHELL_BIN_DIR "/UsageLog.dll", error, warning)) << error;
+}
+
+inline void DeleteAllUsageItems() {
+    WStringArray keys;
+    System::usage.GetAllKeys(keys);
+    for (unsigned int i = 0; i < keys.count; ++i) System::usage.TryDeleteItem(keys[i].c_str());
+}
