@@ -28,7 +28,6 @@ namespace HostExit {
 constexpr unsigned int ArrayIndex = 116;     // Array index at or past count
 constexpr unsigned int ArrayNoStorage = 117; // Array access without storage
 constexpr unsigned int InvalidDate = 118;    // DateTime(int, int) with a bad date
-constexpr unsigned int NotImplemented = 119;  // a command that is not built yet
 constexpr unsigned int UnknownCommand = 127; // shell: no such command
 }  // namespace HostExit
 
