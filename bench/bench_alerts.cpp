@@ -13,6 +13,7 @@
 
 #include "frame/host/System.h"
 #include "runtime/Host.h"
+#include "bench_host.h"
 
 namespace {
 
@@ -22,15 +23,7 @@ constexpr int StoreItems = 10000;
 
 fs::path const& DataFolder() {
     static fs::path const folder = [] {
-        fs::path dir = fs::temp_directory_path() / ("bench_alerts_" + std::to_string(::getpid()));
-        fs::remove_all(dir);
-        std::string error;
-        std::string warning;
-        if (!Host::OpenDataFolder(WString::FromUtf8(dir.string()), error) ||
-            !Host::LoadPlugin(LABSHELL_BIN_DIR "/UsageLog.dll", error, warning)) {
-            std::fprintf(stderr, "bench_alerts: %s\n", error.c_str());
-            std::exit(1);
-        }
+        fs::path dir = OpenBenchHost("bench_alerts");
         // A store of counters, timers and dates, as an instrument collects them.
         for (int i = 0; i < StoreItems; ++i) {
             std::wstring number = std::to_wstring(i);

@@ -18,6 +18,7 @@
 
 #include "frame/host/System.h"
 #include "runtime/Host.h"
+#include "bench_host.h"
 
 namespace {
 
@@ -31,15 +32,7 @@ std::wstring ItemKey(int i) { return L"Bench.Item" + std::to_wstring(i) + L".Cou
 
 void OpenStoreOnce() {
     static bool const opened = [] {
-        fs::path dir = fs::temp_directory_path() / ("bench_spy_" + std::to_string(::getpid()));
-        fs::remove_all(dir);
-        std::string error;
-        std::string warning;
-        if (!Host::OpenDataFolder(WString::FromUtf8(dir.string()), error) ||
-            !Host::LoadPlugin(LABSHELL_BIN_DIR "/UsageLog.dll", error, warning)) {
-            std::fprintf(stderr, "bench_spy: %s\n", error.c_str());
-            std::exit(1);
-        }
+        OpenBenchHost("bench_spy");
         for (int i = 0; i < StoreItems; ++i) System::usage.Increment(ItemKey(i).c_str(), 1);
         return true;
     }();
