@@ -9,8 +9,6 @@
 
 namespace {
 
-wchar_t FoldCase(wchar_t c) { return c >= L'A' && c <= L'Z' ? static_cast<wchar_t>(c + (L'a' - L'A')) : c; }
-
 std::wstring_view KeyOf(std::wstring_view key) { return key; }
 std::wstring_view KeyOf(std::shared_ptr<UsageData> const& item) { return item->key.str; }
 
@@ -21,7 +19,7 @@ struct FoldedKeyHash {
     template <typename Key>
     std::size_t operator()(Key const& key) const {
         std::uint32_t hash = 2166136261u;  // FNV-1a
-        for (wchar_t c : KeyOf(key)) hash = (hash ^ static_cast<std::uint32_t>(FoldCase(c))) * 16777619u;
+        for (wchar_t c : KeyOf(key)) hash = (hash ^ static_cast<std::uint32_t>(FoldAsciiCase(c))) * 16777619u;
         return hash;
     }
 };
@@ -33,7 +31,7 @@ struct FoldedKeyEqual {
         std::wstring_view left = KeyOf(a), right = KeyOf(b);
         if (left.size() != right.size()) return false;
         for (std::size_t i = 0; i < left.size(); ++i)
-            if (FoldCase(left[i]) != FoldCase(right[i])) return false;
+            if (FoldAsciiCase(left[i]) != FoldAsciiCase(right[i])) return false;
         return true;
     }
 };
@@ -336,7 +334,7 @@ bool UsageKeyMatches(std::wstring_view pattern, std::wstring_view key) {
         if (p < pattern.size() && pattern[p] == L'*') {
             star = p++;
             starKey = k;
-        } else if (p < pattern.size() && (pattern[p] == L'?' || FoldCase(pattern[p]) == FoldCase(key[k]))) {
+        } else if (p < pattern.size() && (pattern[p] == L'?' || FoldAsciiCase(pattern[p]) == FoldAsciiCase(key[k]))) {
             ++p;
             ++k;
         } else if (star != std::wstring_view::npos) {

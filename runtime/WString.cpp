@@ -9,11 +9,9 @@
 #include "TextFormat.h"
 
 namespace {
-wchar_t FoldCase(wchar_t c) { return (c >= L'A' && c <= L'Z') ? static_cast<wchar_t>(c - L'A' + L'a') : c; }
-
 bool SameText(wchar_t const* a, wchar_t const* b, size_t length, bool ignoreCase) {
     for (size_t i = 0; i < length; ++i) {
-        if (ignoreCase ? FoldCase(a[i]) != FoldCase(b[i]) : a[i] != b[i]) return false;
+        if (ignoreCase ? FoldAsciiCase(a[i]) != FoldAsciiCase(b[i]) : a[i] != b[i]) return false;
     }
     return true;
 }

@@ -15,9 +15,7 @@ std::mutex declaredMutex;
 std::map<std::wstring, UsageDataType> declaredKeys;  // by key in lower case
 
 std::wstring Folded(std::wstring key) {
-    for (wchar_t& c : key) {
-        if (c >= L'A' && c <= L'Z') c = static_cast<wchar_t>(c - L'A' + L'a');
-    }
+    for (wchar_t& c : key) c = FoldAsciiCase(c);
     return key;
 }
 

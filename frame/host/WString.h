@@ -69,6 +69,8 @@ public:
     bool operator==(WString const& other) const { return str == other.str; }
 };
 
+// Letter case is folded for ASCII letters only: usage keys are ASCII.
+inline wchar_t FoldAsciiCase(wchar_t c) { return c >= L'A' && c <= L'Z' ? static_cast<wchar_t>(c - L'A' + L'a') : c; }
 // Case-insensitive comparison of two texts, the rule of usage keys.
 bool EqualsIgnoreCase(std::wstring const& a, std::wstring const& b);
 
