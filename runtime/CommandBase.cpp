@@ -35,38 +35,28 @@ ExitCode CommandBase::Run(WString const& commandLine, Pipe const& pipe, unsigned
     return Host::RunLine(commandLine, pipe, hostRun, mode);
 }
 
-void CommandBase::BookResource(WString const& name) {
-    bool booked = false;
-    Runs::Book(hostRun, name, std::nullopt, booked);
-}
+void CommandBase::BookResource(WString const& name) { Runs::Book(hostRun, name, std::nullopt); }
 
 bool CommandBase::TryBookResource(WString const& name, unsigned int waitMs) {
-    bool booked = false;
-    Runs::Book(hostRun, name, Runs::DeadlineIn(waitMs), booked);
-    return booked;
+    return Runs::Book(hostRun, name, Runs::DeadlineIn(waitMs));
 }
 
 void CommandBase::FreeBookedResource(WString const& name) { Runs::Free(hostRun, name); }
 
 void CommandBase::SleepAbortable(unsigned int milliseconds) { SleepWithoutSimulationMode(milliseconds); }
 
-void CommandBase::SleepWithoutSimulationMode(unsigned int milliseconds) {
-    std::unique_lock<std::mutex> lock(Runs::Mutex());
-    Runs::WaitUntil(lock, Runs::DeadlineIn(milliseconds), [] { return false; });
-}
+void CommandBase::SleepWithoutSimulationMode(unsigned int milliseconds) { Runs::Sleep(milliseconds); }
 
 // Recorded only: a real-time priority for a run's thread could starve the
 // rest of a desktop machine, and the runs here do not need it.
 void CommandBase::SetThreadPriority(int priority) {
     if (hostRun == nullptr) return;
-    std::lock_guard<std::mutex> lock(Runs::Mutex());
-    hostRun->priority = priority;
+    Runs::Locked([this, priority] { hostRun->priority = priority; });
 }
 
 void CommandBase::MakeMeImmuneAgainstKillAll() {
     if (hostRun == nullptr) return;
-    std::lock_guard<std::mutex> lock(Runs::Mutex());
-    hostRun->immune = true;
+    Runs::Locked([this] { hostRun->immune = true; });
 }
 
 int CommandBase::GetProcessId() { return hostRun != nullptr ? hostRun->processId : 0; }

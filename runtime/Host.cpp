@@ -1,6 +1,6 @@
 // The host: data folder, plug-in files, the command table and the running of
-// command lines. Plug-in commands run on threads of their own (see Runs);
-// builtins run on the thread that ran their line, as part of its run.
+// command lines. Plug-in commands are runs (see Runs); builtins run on the
+// thread that ran their line, as part of its run.
 #include "Host.h"
 
 #include <dlfcn.h>
@@ -11,6 +11,7 @@
 #include <mutex>
 
 #include "AutomaticTestEntry.h"
+#include "RunThreads.h"
 #include "Runs.h"
 #include "System.h"
 #include "UsageStore.h"
@@ -69,17 +70,33 @@ ExitCode RunBuiltin(CommandEntry const& entry, WString const& name, WString cons
     return entry.builtin(context);
 }
 
-// The life of a plug-in command's run, on the run's thread.
+// How deeply the command lines on this thread are nested: a line run by a
+// builtin or a command counts one more than the line that ran it. A run's
+// thread starts from the depth of the line that started the run.
+thread_local int lineDepth = 0;
+
+class NestingLevel {
+public:
+    NestingLevel() : outer_(lineDepth++) {}
+    ~NestingLevel() { lineDepth = outer_; }
+    NestingLevel(NestingLevel const&) = delete;
+    NestingLevel& operator=(NestingLevel const&) = delete;
+    bool TooDeep() const { return outer_ >= Host::MaxNesting; }
+
+private:
+    int outer_;
+};
+
+// The life of a plug-in command's run, on the run's thread. A failure that
+// is no exit code still gets the command its OnExit.
 Runs::Body CommandBody(CommandFactory factory, ParsedCommandLine parsed, Pipe pipe) {
-    return [factory, parsed, pipe](RunState& run) mutable {
+    return [factory, parsed, pipe, depth = lineDepth](RunState& run) mutable {
+        lineDepth = depth;
         std::unique_ptr<CommandBase> command(factory());
         command->pipe = pipe;
         command->hostRun = &run;
         std::uint32_t id = command->GetCommandId();
-        {
-            std::lock_guard<std::mutex> lock(Runs::Mutex());
-            run.commandId = static_cast<std::uint16_t>(id);
-        }
+        Runs::Locked([&] { run.commandId = static_cast<std::uint16_t>(id); });
         ExitCode code;
         try {
             if (parsed.wantsHelp) {
@@ -91,11 +108,22 @@ Runs::Body CommandBody(CommandFactory factory, ParsedCommandLine parsed, Pipe pi
             }
         } catch (ExitCode const& thrown) {
             code = thrown;
+        } catch (std::exception const& failure) {
+            code = Runs::EndedByFailure(run, failure.what());
         }
         if (code.kind != 1) code.commandId = static_cast<std::uint16_t>(id);
         command->OnExit(code);
         return code;
     };
+}
+
+// A line nested past MaxNesting is refused before it is looked at further.
+bool RefuseTooDeep(NestingLevel const& level, WString const& name, ExitCode& refusal) {
+    if (!level.TooDeep()) return false;
+    Runs::ReportFailure(WString(name.str + L": command lines nested more than " +
+                                std::to_wstring(Host::MaxNesting) + L" levels deep; the line is not run"));
+    refusal = ExitCode(0, 1, HostExit::NestedTooDeep);
+    return true;
 }
 
 // The command of that name, or false with the unknown name reported.
@@ -190,6 +218,9 @@ ExitCode RunLine(WString const& line, Pipe const& pipe, RunState* parent, unsign
     WString trimmed = line.Trim();
     ParsedCommandLine parsed;
     if (!TryParseCommandLine(trimmed, parsed)) return ExitCode(0);
+    NestingLevel level;
+    ExitCode refusal;
+    if (RefuseTooDeep(level, parsed.name, refusal)) return refusal;
     CommandEntry entry;
     if (!FindOrReport(parsed.name, entry)) return ExitCode(0, 1, HostExit::UnknownCommand);
     if (entry.factory == nullptr) {
@@ -203,13 +234,15 @@ ExitCode RunLine(WString const& line, Pipe const& pipe, RunState* parent, unsign
     return Runs::Start(request, CommandBody(entry.factory, std::move(parsed), pipe));
 }
 
-int StartBackground(WString const& line, Pipe const& pipe, ExitCode& failure, bool askGoAhead) {
+int StartBackground(WString const& line, Pipe const& pipe, ExitCode& failure) {
     WString trimmed = line.Trim();
     ParsedCommandLine parsed;
     if (!TryParseCommandLine(trimmed, parsed)) {
         failure = ExitCode(0);
         return -1;
     }
+    NestingLevel level;
+    if (RefuseTooDeep(level, parsed.name, failure)) return -1;
     CommandEntry entry;
     if (!FindOrReport(parsed.name, entry)) {
         failure = ExitCode(0, 1, HostExit::UnknownCommand);
@@ -220,15 +253,16 @@ int StartBackground(WString const& line, Pipe const& pipe, ExitCode& failure, bo
         body = CommandBody(entry.factory, parsed, pipe);
     } else {
         // A builtin has no start to get past: it gives its go-ahead at once.
-        body = [entry, name = parsed.name, trimmed, pipe](RunState& run) {
+        body = [entry, name = parsed.name, trimmed, pipe, depth = lineDepth](RunState& run) {
+            lineDepth = depth;
             Runs::GiveGoAhead(&run);
             return RunBuiltin(entry, name, trimmed, pipe, &run);
         };
     }
     int processId = -1;
-    Runs::Request request{parsed.name, trimmed, nullptr, 0, true, askGoAhead};
-    Runs::Start(request, std::move(body), &processId);
-    return processId;
+    Runs::Request request{parsed.name, trimmed, nullptr, 0, true, true};
+    failure = Runs::Start(request, std::move(body), &processId);
+    return failure.number == 0 ? processId : -1;
 }
 
 std::vector<WString> CommandNames() {
@@ -276,6 +310,16 @@ int StopAllRuns(bool includeImmune) {
     return Runs::StopWhere([includeImmune](RunState const& run) { return includeImmune || !run.immune; }, true);
 }
 
+bool AwaitSettled(WString const& target, unsigned int milliseconds, int& matched) {
+    unsigned int processId = 0;
+    bool byId = target.TryGetUInt(processId, 1, 2147483647u, nullptr);
+    return Runs::AwaitSettled(
+        [&](RunState const& run) {
+            return byId ? run.processId == static_cast<int>(processId) : run.name.str == target.str;
+        },
+        Runs::DeadlineIn(milliseconds), matched);
+}
+
 std::vector<RunInfo> LiveRuns() {
     std::vector<RunInfo> runs;
     for (Runs::Snapshot const& run : Runs::Live()) runs.push_back({run.processId, run.name, run.line});
@@ -286,7 +330,7 @@ void Shutdown() {
     // A run that is being stopped may still start another one on its way out.
     while (StopAllRuns(true) > 0) {
     }
-    Runs::JoinBackground();
+    RunThreads::JoinAll();
 }
 
 }  // namespace Host

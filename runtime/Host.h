@@ -38,13 +38,23 @@ struct BuiltinContext {
 using Builtin = std::function<ExitCode(BuiltinContext&)>;
 void AddBuiltin(WString const& name, WString const& usage, Builtin builtin);
 
-// Runs a command line in the foreground on a run thread of its own and gives
-// its final code. `parent` is the run that asked (CommandBase::Run), or null.
+// Command lines run by command lines: deeper ones are refused with
+// HostExit::NestedTooDeep and a line in the error log.
+constexpr int MaxNesting = 64;
+
+// Runs a command line in the foreground and gives its final code. `parent`
+// is the run that asked (CommandBase::Run, a builtin of a run), or null for
+// the shell, whose lines run on the calling thread.
 ExitCode RunLine(WString const& line, Pipe const& pipe, RunState* parent = nullptr, unsigned int mode = 0);
-// Starts a command line as a background run (an orphan); gives its process id,
-// or -1 with the failure's code in `failure`. With `askGoAhead` it returns
-// once the run has called SendSignalGoAheadIfRequested or has ended.
-int StartBackground(WString const& line, Pipe const& pipe, ExitCode& failure, bool askGoAhead = false);
+// Starts a command line as a background run (an orphan) that is asked for a
+// go-ahead, and returns at once: its process id, or -1 with the failure's
+// code in `failure`.
+int StartBackground(WString const& line, Pipe const& pipe, ExitCode& failure);
+// Waits until the run with that process id, or every live run of that
+// command name, has settled: it has given its go-ahead and now waits, or it
+// has ended. False when `milliseconds` passed first. `matched` counts the
+// runs waited for.
+bool AwaitSettled(WString const& target, unsigned int milliseconds, int& matched);
 
 // Names of every command, plug-in ones and builtins, sorted; help of one.
 std::vector<WString> CommandNames();

@@ -8,10 +8,11 @@
 
 struct OS9Event::Shared {
     int value;
+    WaitList waiters;
 };
 
 namespace {
-// Under Runs::Mutex().
+// Under the runs' lock (Runs::Locked).
 std::map<std::wstring, std::shared_ptr<OS9Event::Shared>>& Events() {
     static std::map<std::wstring, std::shared_ptr<OS9Event::Shared>> events;
     return events;
@@ -19,16 +20,15 @@ std::map<std::wstring, std::shared_ptr<OS9Event::Shared>>& Events() {
 }  // namespace
 
 OS9Event::OS9Event(int, wchar_t const* name, int initialValue, int, int) {
-    std::lock_guard<std::mutex> lock(Runs::Mutex());
-    std::shared_ptr<Shared>& event = Events()[name != nullptr ? name : L""];
-    if (!event) event = std::make_shared<Shared>(Shared{initialValue});
-    shared_ = event;
+    Runs::Locked([&] {
+        std::shared_ptr<Shared>& event = Events()[name != nullptr ? name : L""];
+        if (!event) event = std::make_shared<Shared>(Shared{initialValue, {}});
+        shared_ = event;
+    });
 }
 
 void OS9Event::Set(int value) const {
-    std::lock_guard<std::mutex> lock(Runs::Mutex());
-    shared_->value = value;
-    Runs::NotifyAll();
+    Runs::Change(shared_->waiters, [&] { shared_->value = value; });
 }
 
 void OS9Event::Wait(int smallest, int largest, unsigned int milliseconds, bool& reached) const {
@@ -36,9 +36,11 @@ void OS9Event::Wait(int smallest, int largest, unsigned int milliseconds, bool& 
 }
 
 int OS9Event::TryWait(int smallest, int largest, unsigned int milliseconds, int* value) const {
-    std::unique_lock<std::mutex> lock(Runs::Mutex());
-    bool reached = Runs::WaitUntil(lock, Runs::DeadlineIn(milliseconds),
-                                   [&] { return shared_->value >= smallest && shared_->value <= largest; });
-    if (value != nullptr) *value = shared_->value;
+    int seen = 0;
+    bool reached = Runs::Await(&shared_->waiters, Runs::DeadlineIn(milliseconds), [&] {
+        seen = shared_->value;
+        return seen >= smallest && seen <= largest;
+    });
+    if (value != nullptr) *value = seen;
     return reached ? 1 : 0;
 }

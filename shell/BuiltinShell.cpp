@@ -1,6 +1,6 @@
 // SHELL LINE / SHELL -b LINE: a command line in the foreground, or as an
-// orphan background run. "-b" returns once the run has given its go-ahead
-// or has ended, so that the next line finds it past its start.
+// orphan background run. "-b" returns at once; `wait` waits for the run's
+// go-ahead where a script needs it past its start.
 #include "Shell.h"
 
 namespace Shell {
@@ -19,7 +19,7 @@ void AddShellBuiltin() {
                          WString line = context.restOfLine.Substring(2, -1).Trim();
                          if (line.IsEmpty()) return Misuse(L"SHELL", L"no command line after -b");
                          ExitCode failure;
-                         if (Host::StartBackground(line, context.pipe, failure, true) < 0) return failure;
+                         if (Host::StartBackground(line, context.pipe, failure) < 0) return failure;
                          return ExitCode(0);
                      });
 }

@@ -15,8 +15,7 @@ void AddSleepBuiltin() {
                              !context.words[0].TryGetUInt(milliseconds, 0, 86400000, nullptr)) {
                              return Misuse(L"sleep", L"one time in milliseconds, 0 to 86400000");
                          }
-                         std::unique_lock<std::mutex> lock(Runs::Mutex());
-                         Runs::WaitUntil(lock, Runs::DeadlineIn(milliseconds), [] { return false; });
+                         Runs::Sleep(milliseconds);
                          return ExitCode(0);
                      });
 }

@@ -30,6 +30,7 @@ void AddShellBuiltin();
 void AddPsBuiltin();
 void AddKillBuiltin();
 void AddSleepBuiltin();
+void AddWaitBuiltin();
 void AddStatusBuiltin();
 void AddDateBuiltin();
 void AddRunlogBuiltin();

@@ -116,6 +116,7 @@ void AddBuiltins() {
     Shell::AddPsBuiltin();
     Shell::AddKillBuiltin();
     Shell::AddSleepBuiltin();
+    Shell::AddWaitBuiltin();
     Shell::AddStatusBuiltin();
     Shell::AddDateBuiltin();
     Shell::AddRunlogBuiltin();

@@ -28,6 +28,10 @@ namespace HostExit {
 constexpr unsigned int ArrayIndex = 116;     // Array index at or past count
 constexpr unsigned int ArrayNoStorage = 117; // Array access without storage
 constexpr unsigned int InvalidDate = 118;    // DateTime(int, int) with a bad date
+constexpr unsigned int Deadlock = 119;       // a booking that would wait forever
+constexpr unsigned int NoThread = 120;       // no thread could be made for the run
+constexpr unsigned int UnexpectedFailure = 121;  // the run failed with no exit code (memory, a bug)
+constexpr unsigned int NestedTooDeep = 122;  // command lines nested past MaxNesting
 constexpr unsigned int UnknownCommand = 127; // shell: no such command
 }  // namespace HostExit
 

@@ -4,6 +4,7 @@
 // configuration, events, broadcasts).
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <fstream>
@@ -95,7 +96,9 @@ public:
     void WriteLine(WString line);
     WString Path() const;
 
-    bool enabled;
+    // Read directly by the plug-in's narration while the shell may toggle
+    // it (`runlog off`), hence atomic; it reads and assigns like a bool.
+    std::atomic<bool> enabled;
 
 private:
     void Append(WString const& line);

@@ -215,6 +215,9 @@ TEST_F(ServicesConcurrency, FlushGetsEverythingOutOfASlowMonitorAndWaitsForAStan
     Capture& output = NewCapture();
     Start("UsageLogSpy -g -d3600 -y1", output.MakePipe());
     ASSERT_TRUE(output.WaitForLine("Go"));
+    // Past "Go" the monitor still clears standing requests; once it sleeps, a flush is answered.
+    int monitors = 0;
+    ASSERT_TRUE(Host::AwaitSettled(L"UsageLogSpy", 15000, monitors));
     size_t seen = output.Lines().size();
 
     for (int round = 2; round <= 3; ++round) {

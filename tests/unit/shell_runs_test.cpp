@@ -87,9 +87,13 @@ protected:
     static std::future<ExitCode> Start(char const* line) {
         return std::async(std::launch::async, [line] { return Host::RunLine(WString(line), Silent()); });
     }
+    // Starts a background run and waits until it is past its start.
     static int Background(char const* line) {
         ExitCode failure;
-        return Host::StartBackground(WString(line), Silent(), failure, true);
+        int id = Host::StartBackground(WString(line), Silent(), failure);
+        int matched = 0;
+        EXPECT_TRUE(Host::AwaitSettled(WString(std::to_wstring(id)), 60000, matched));
+        return id;
     }
     static bool WaitForRuns(unsigned int count) {
         for (int i = 0; i < 500; ++i) {
@@ -139,8 +143,10 @@ TEST_F(Runs, ConcurrencyModeTwoRunsShareTheParentsResourceOthersWaitForIt) {
     // A mode-2 child, and its own mode-2 child, book what the parent holds.
     EXPECT_EQ(Host::RunLine(L"HostProbe hold R_a \"HostProbe try R_a\" 2", Silent()).number, 0u);
     EXPECT_EQ(Host::RunLine(L"HostProbe hold R_a \"HostProbe nest R_a 2\" 2", Silent()).number, 0u);
-    // A plain child waits its 100 ms and gives up: no deadlock.
+    // A plain child waits its 100 ms and gives up; one that would wait
+    // without end for its own parent is refused.
     EXPECT_EQ(Host::RunLine(L"HostProbe hold R_a \"HostProbe try R_a\" 0", Silent()).number, 9u);
+    EXPECT_EQ(Host::RunLine(L"HostProbe hold R_a \"HostProbe hold R_a\" 0", Silent()).number, HostExit::Deadlock);
     // The run's end frees what it booked.
     EXPECT_EQ(Host::RunLine(L"HostProbe try R_a", Silent()).number, 0u);
 

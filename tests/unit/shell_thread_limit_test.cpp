@@ -1,0 +1,87 @@
+// A labshell that may make no thread at all: runs that need a thread of
+// their own fail alone with exit number 120 and an error-log line, while
+// the shell's own lines go on and a save still reaches the file.
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string Contents(fs::path const& path) {
+    std::ifstream file(path);
+    std::stringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+// Runs labshell with `lines` as -c lines, as a user of its own that may own
+// one process and no further thread; gives its exit status.
+int RunWithoutThreads(fs::path const& data, std::vector<std::string> const& lines, fs::path const& output) {
+    std::vector<std::string> words{LABSHELL_BIN_DIR "/labshell", "--echo", "--data", data.string()};
+    for (std::string const& line : lines) {
+        words.push_back("-c");
+        words.push_back(line);
+    }
+    pid_t child = fork();
+    if (child == 0) {
+        // Root is exempt from the process limit: become a user nobody else is.
+        constexpr uid_t LoneUser = 54321;
+        rlimit one{1, 1};
+        FILE* out = std::fopen(output.c_str(), "w");
+        if (out == nullptr || dup2(fileno(out), 1) < 0 || dup2(fileno(out), 2) < 0 || setgid(LoneUser) != 0 ||
+            setuid(LoneUser) != 0 || setrlimit(RLIMIT_NPROC, &one) != 0) {
+            _exit(90);
+        }
+        std::vector<char*> argv;
+        for (std::string& word : words) argv.push_back(word.data());
+        argv.push_back(nullptr);
+        execv(argv[0], argv.data());
+        _exit(91);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+TEST(ShellThreadLimit, RunsWithoutAThreadFailAloneAndTheShellGoesOn) {
+    if (geteuid() != 0) GTEST_SKIP() << "needs root to run labshell as a user of its own";
+    fs::path data = fs::temp_directory_path() / ("thread_limit_" + std::to_string(::getpid()));
+    fs::remove_all(data);
+    fs::create_directories(data);
+    fs::permissions(data, fs::perms::all);
+    fs::path output = data / "output.txt";
+
+    int status = RunWithoutThreads(data,
+                                   {"UsageLog -a Pump.Count", "SHELL -b UsageLog -m Pump.Time",
+                                    "SHELL UsageLog -a Pump.Count", "UsageLog -b"},
+                                   output);
+    std::string printed = Contents(output);
+    ASSERT_NE(status, 90) << "the test could not set the limit up";
+    EXPECT_EQ(status, 0) << printed;
+    EXPECT_NE(printed.find("> SHELL -b UsageLog -m Pump.Time\n= 120\n"), std::string::npos) << printed;
+    EXPECT_NE(printed.find("> SHELL UsageLog -a Pump.Count\n= 0\n"), std::string::npos) << printed;
+    EXPECT_NE(Contents(data / "log" / "error.log").find("** UsageLog (process 2) could not start: no thread"),
+              std::string::npos);
+
+    // Read back by a labshell without the limit: both increments were saved.
+    std::string check = "cd " + data.string() + " && " LABSHELL_BIN_DIR "/labshell --data . -c 'UsageLog Pump.*'";
+    FILE* pipe = popen(check.c_str(), "r");
+    ASSERT_NE(pipe, nullptr);
+    char buffer[256];
+    std::string listed;
+    while (fgets(buffer, sizeof buffer, pipe) != nullptr) listed += buffer;
+    pclose(pipe);
+    EXPECT_EQ(listed, "Pump.Count=2\n");
+    fs::remove_all(data);
+}
+
+}  // namespace
