@@ -173,7 +173,6 @@ void Execute(std::shared_ptr<RunState> const& run, Runs::Body const& body, ExitC
 ExitCode AwaitChild(RunState& parent, std::shared_ptr<RunState> const& child,
                     std::shared_ptr<ExitCode> const& result) {
     std::unique_lock<std::mutex> lock(runsMutex);
-    parent.waitsFor = child.get();
     Registration registration({&child->watchers}, &parent);
     while (!child->ended) {
         if (parent.stopRequested && !child->stopRequested) {
@@ -233,6 +232,9 @@ ExitCode Start(Request const& request, Body body, int* processId) {
         // A run started by a run that is being stopped is stopped from birth.
         run->stopRequested = run->parent != nullptr && run->parent->stopRequested;
         liveRuns[run->processId] = run;
+        // Known before the child can book anything, so that a booking that
+        // would wait for its own waiting parent is seen as such.
+        if (run->parent != nullptr) run->parent->waitsFor = run.get();
     }
     if (processId != nullptr) *processId = run->processId;
 
@@ -243,7 +245,7 @@ ExitCode Start(Request const& request, Body body, int* processId) {
     }
     auto result = std::make_shared<ExitCode>();
     if (!RunThreads::Dispatch([run, body = std::move(body), result] { Execute(run, body, *result); })) {
-        EndRun(*run);
+        EndRun(*run);  // which also clears the parent's waitsFor
         ReportFailure(WString(RunName(*run).str + L" could not start: no thread could be made for it"));
         return ExitCode(0, 1, HostExit::NoThread);
     }
@@ -284,14 +286,21 @@ bool Book(RunState* run, WString const& name, Deadline deadline) {
     std::unique_lock<std::mutex> lock(runsMutex);
     Resource& resource = resources[name.str];
     RunState* deadlockedWith = nullptr;
-    bool booked = AwaitLocked(lock, {&resource.waiters}, deadline, [&] {
-        if (resource.holder == nullptr || MayUseHeldBy(run, resource.holder)) return true;
-        run->waitsFor = resource.holder;
-        // Only a wait without end can wait forever.
-        if (!deadline && WaitsFor(resource.holder, run)) deadlockedWith = resource.holder;
-        return deadlockedWith != nullptr;
-    });
-    run->waitsFor = nullptr;
+    struct NoLongerWaiting {
+        RunState* run;
+        ~NoLongerWaiting() { run->waitsFor = nullptr; }  // under the lock, also when the wait throws
+    };
+    bool booked = false;
+    {
+        NoLongerWaiting clear{run};
+        booked = AwaitLocked(lock, {&resource.waiters}, deadline, [&] {
+            if (resource.holder == nullptr || MayUseHeldBy(run, resource.holder)) return true;
+            run->waitsFor = resource.holder;
+            // Only a wait without end can wait forever.
+            if (!deadline && WaitsFor(resource.holder, run)) deadlockedWith = resource.holder;
+            return deadlockedWith != nullptr;
+        });
+    }
     if (deadlockedWith != nullptr) {
         WString text(RunName(*run).str + L" cannot book \"" + name.str + L"\": it is held by " +
                      RunName(*deadlockedWith).str + L", which waits for " + RunName(*run).str);
