@@ -5,6 +5,7 @@
 
 #include <dlfcn.h>
 
+#include <atomic>
 #include <cstring>
 #include <filesystem>
 #include <map>
@@ -94,6 +95,18 @@ Runs::Body CommandBody(CommandFactory factory, ParsedCommandLine parsed, Pipe pi
         }
         if (code.kind != 1) code.commandId = static_cast<std::uint16_t>(id);
         command->OnExit(code);
+        return code;
+    };
+}
+
+std::atomic<int> foregroundRunId{0};
+
+// A run of a line of the shell itself: Ctrl-C finds it by its id.
+Runs::Body AsForeground(Runs::Body body) {
+    return [body = std::move(body)](RunState& run) {
+        int outer = foregroundRunId.exchange(run.processId);
+        ExitCode code = body(run);
+        foregroundRunId = outer;
         return code;
     };
 }
@@ -200,7 +213,8 @@ ExitCode RunLine(WString const& line, Pipe const& pipe, RunState* parent, unsign
         }
     }
     Runs::Request request{parsed.name, trimmed, parent, mode, false, false};
-    return Runs::Start(request, CommandBody(entry.factory, std::move(parsed), pipe));
+    Runs::Body body = CommandBody(entry.factory, std::move(parsed), pipe);
+    return Runs::Start(request, parent == nullptr ? AsForeground(std::move(body)) : std::move(body));
 }
 
 int StartBackground(WString const& line, Pipe const& pipe, ExitCode& failure, bool askGoAhead) {
@@ -281,6 +295,8 @@ std::vector<RunInfo> LiveRuns() {
     for (Runs::Snapshot const& run : Runs::Live()) runs.push_back({run.processId, run.name, run.line});
     return runs;
 }
+
+int ForegroundRunId() { return foregroundRunId; }
 
 void Shutdown() {
     // A run that is being stopped may still start another one on its way out.
