@@ -68,8 +68,10 @@ private:
                 Host::WriteOutputLine(WString());  // ends the line of the terminal's "^C"
                 Host::StopRun(processId);
             } else {
+                // A write that fails finds a full pipe: a wake-up is pending already.
                 char wake = 'i';
-                if (write(wakeFd_, &wake, 1) < 0) continue;  // a full pipe has a wake-up pending already
+                ssize_t written = write(wakeFd_, &wake, 1);
+                (void)written;
             }
         }
     }
