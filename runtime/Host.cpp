@@ -5,6 +5,7 @@
 
 #include <dlfcn.h>
 
+#include <atomic>
 #include <cstring>
 #include <filesystem>
 #include <map>
@@ -126,6 +127,18 @@ bool RefuseTooDeep(NestingLevel const& level, WString const& name, ExitCode& ref
     return true;
 }
 
+std::atomic<int> foregroundRunId{0};
+
+// A run of a line of the shell itself: Ctrl-C finds it by its id.
+Runs::Body AsForeground(Runs::Body body) {
+    return [body = std::move(body)](RunState& run) {
+        int outer = foregroundRunId.exchange(run.processId);
+        ExitCode code = body(run);
+        foregroundRunId = outer;
+        return code;
+    };
+}
+
 // The command of that name, or false with the unknown name reported.
 bool FindOrReport(WString const& name, CommandEntry& entry) {
     if (FindCommand(name, entry)) return true;
@@ -231,7 +244,8 @@ ExitCode RunLine(WString const& line, Pipe const& pipe, RunState* parent, unsign
         }
     }
     Runs::Request request{parsed.name, trimmed, parent, mode, false, false};
-    return Runs::Start(request, CommandBody(entry.factory, std::move(parsed), pipe));
+    Runs::Body body = CommandBody(entry.factory, std::move(parsed), pipe);
+    return Runs::Start(request, parent == nullptr ? AsForeground(std::move(body)) : std::move(body));
 }
 
 int StartBackground(WString const& line, Pipe const& pipe, ExitCode& failure) {
@@ -325,6 +339,8 @@ std::vector<RunInfo> LiveRuns() {
     for (Runs::Snapshot const& run : Runs::Live()) runs.push_back({run.processId, run.name, run.line});
     return runs;
 }
+
+int ForegroundRunId() { return foregroundRunId; }
 
 void Shutdown() {
     // A run that is being stopped may still start another one on its way out.

@@ -3,6 +3,7 @@
 // command lines. labshell is a thin front over this; tests use it in-process.
 #pragma once
 
+#include <cstdio>
 #include <functional>
 #include <string>
 #include <vector>
@@ -77,6 +78,10 @@ struct RunInfo {
 };
 std::vector<RunInfo> LiveRuns();
 
+// The process id of the run that a line of the shell itself (no parent) is
+// running in the foreground, 0 when there is none: what Ctrl-C stops.
+int ForegroundRunId();
+
 // Ends the host: stops every run and waits for their OnExit.
 void Shutdown();
 
@@ -84,5 +89,16 @@ void Shutdown();
 // Pipe line takes.
 void WriteOutputLine(WString const& line);
 void WriteErrorLine(WString const& line);
+
+// For an interactive prompt, which must move the line being typed out of the
+// way: the writer, when set, puts each whole line (with its line feed) on its
+// stream in place of a plain write, under the output lock. WithOutputLock
+// runs `work` under that same lock, so that no line comes between.
+using LineWriter = std::function<void(std::FILE* stream, std::string const& text)>;
+void SetLineWriter(LineWriter writer);
+void WithOutputLock(std::function<void()> const& work);
+
+// Also writes each line of the error log to stderr (interactive use).
+void EchoErrorLog(bool on);
 
 }  // namespace Host

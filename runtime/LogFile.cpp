@@ -2,12 +2,20 @@
 // next line would pass the size limit.
 #include <sys/stat.h>
 
+#include <atomic>
 #include <cstdio>
 
+#include "Host.h"
 #include "HostClock.h"
 #include "HostServices.h"
 #include "System.h"
 #include "TextFormat.h"
+
+namespace {
+std::atomic<bool> echoErrorLog{false};
+}  // namespace
+
+void Host::EchoErrorLog(bool on) { echoErrorLog = on; }
 
 LogFile::LogFile(WString const& folder, WString const& name, unsigned int sizeLimit)
     : enabled(true), folder_(folder), name_(name), sizeLimit_(sizeLimit) {}
@@ -29,6 +37,7 @@ void LogFile::WriteLine(WString line) { Append(line); }
 
 void LogFile::Append(WString const& line) {
     if (!enabled) return;
+    if (echoErrorLog && this == &System::errorLog) Host::WriteErrorLine(line);
     std::lock_guard<std::mutex> lock(mutex_);
     // Stamped under the lock, so that the lines of a file stay in time order.
     DateTime now = HostClock::Now();

@@ -14,10 +14,16 @@ std::recursive_mutex& OutputMutex() {
     return mutex;
 }
 
+Host::LineWriter lineWriter;  // under OutputMutex()
+
 void WriteWholeLine(std::FILE* stream, WString const& line) {
     std::string text = line.ToUtf8();
     text += '\n';
     std::lock_guard<std::recursive_mutex> lock(OutputMutex());
+    if (lineWriter) {
+        lineWriter(stream, text);
+        return;
+    }
     std::fwrite(text.data(), 1, text.size(), stream);
     std::fflush(stream);
 }
@@ -26,6 +32,16 @@ void WriteWholeLine(std::FILE* stream, WString const& line) {
 namespace Host {
 void WriteOutputLine(WString const& line) { WriteWholeLine(stdout, line); }
 void WriteErrorLine(WString const& line) { WriteWholeLine(stderr, line); }
+
+void SetLineWriter(LineWriter writer) {
+    std::lock_guard<std::recursive_mutex> lock(OutputMutex());
+    lineWriter = std::move(writer);
+}
+
+void WithOutputLock(std::function<void()> const& work) {
+    std::lock_guard<std::recursive_mutex> lock(OutputMutex());
+    work();
+}
 }  // namespace Host
 
 Pipe::Pipe() = default;

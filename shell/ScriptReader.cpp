@@ -1,5 +1,6 @@
 // The shell's line loop: the session's exit state, one line at a time with
-// its echo, and scripts (blank lines and "#" comments are skipped).
+// its echo, and scripts (blank lines and "#" comments are skipped, or
+// written out as they stand when comments are echoed).
 #include <atomic>
 #include <string>
 
@@ -8,26 +9,33 @@
 namespace {
 std::atomic<unsigned int> lastExitNumber{0};
 std::atomic<bool> exitRequested{false};
+std::atomic<bool> commentsEchoed{false};
 }  // namespace
 
 namespace Shell {
 
 unsigned int LastExitNumber() { return lastExitNumber; }
 void RequestExit() { exitRequested = true; }
+void WithdrawExit() { exitRequested = false; }
 bool ExitRequested() { return exitRequested; }
+void EchoComments(bool on) { commentsEchoed = on; }
 
 ExitCode Misuse(wchar_t const* builtin, WString const& message) {
     Host::WriteErrorLine(WString::Format(L"** %s: %s", builtin, message.c_str()));
     return ExitCode(1);
 }
 
-void RunShellLine(WString const& line, bool echo) {
+ExitCode RunShellLine(WString const& line, bool echo) {
     WString trimmed = line.Trim();
-    if (trimmed.IsEmpty() || trimmed.StartsWith(L'#')) return;
+    if (trimmed.IsEmpty() || trimmed.StartsWith(L'#')) {
+        if (commentsEchoed) Host::WriteOutputLine(trimmed);
+        return ExitCode(0);
+    }
     if (echo) Host::WriteOutputLine(WString(L"> " + trimmed.str));
-    unsigned int number = Host::RunLine(trimmed, Pipe()).number;
-    lastExitNumber = number;
-    if (echo) Host::WriteOutputLine(WString::Format(L"= %u", number));
+    ExitCode code = Host::RunLine(trimmed, Pipe());
+    lastExitNumber = code.number;
+    if (echo) Host::WriteOutputLine(WString::Format(L"= %u", static_cast<unsigned int>(code.number)));
+    return code;
 }
 
 void RunScript(std::istream& script, bool echo) {

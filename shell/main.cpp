@@ -25,19 +25,75 @@ struct Invocation {
     std::vector<std::string> plugins;
     std::string today;
     bool echo = false;
+    bool comments = false;
+    bool help = false;
+    bool version = false;
     std::vector<std::string> lines;
     std::string script;  // "-" is stdin
 };
 
 void Complain(std::string const& text) { Host::WriteErrorLine(WString::FromUtf8("labshell: " + text)); }
 
-bool TryParseInvocation(int argc, char** argv, Invocation& invocation) {
-    std::vector<std::string> args(argv + 1, argv + argc);
+char const* const UsageText =
+    "Usage: labshell [--data DIR] [--plugin FILE]... [--today YYYYMMDD] [--echo]\n"
+    "                [--comments] [-c LINE]... [SCRIPT | -]\n"
+    "       labshell --help | --version\n"
+    "Loads the plug-in files and runs command lines: each -c LINE, a script, stdin,\n"
+    "or at a prompt when stdin is a terminal.\n"
+    "  --data DIR        the data folder (also --data=DIR); default $LABSHELL_DATA,\n"
+    "                    else ./labdata. Created when missing.\n"
+    "  --plugin FILE     a plug-in file to load, may be repeated; default UsageLog.dll\n"
+    "                    beside labshell\n"
+    "  --today YYYYMMDD  the host clock's date at start\n"
+    "  --echo            write \"> LINE\" before and \"= N\" after each command line\n"
+    "  --comments        also write a script's comments and blank lines as they stand\n"
+    "  -c LINE           run this command line (may be repeated), then end\n"
+    "  SCRIPT            a file of command lines, one a line; - reads stdin\n"
+    "  -h, --help        show this text\n"
+    "  --version         show the version\n"
+    "The exit status is the exit number of the last command line. At the prompt,\n"
+    "help lists the commands and NAME -? explains one.\n";
+
+// Gives true when the invocation only asks about labshell itself; the
+// answer is then on stdout.
+bool AnswerInformationRequest(Invocation const& invocation) {
+    if (invocation.help) std::cout << UsageText;
+    else if (invocation.version) std::cout << "labshell " << LABSHELL_VERSION << "\n";
+    return invocation.help || invocation.version;
+}
+
+// "--data=DIR" stands for "--data DIR", and so on for every option with a value.
+std::vector<std::string> SplitAttachedValues(int argc, char** argv) {
+    std::vector<std::string> args;
+    for (int i = 1; i < argc; ++i) {
+        std::string arg = argv[i];
+        std::string::size_type equals = arg.find('=');
+        std::string name = arg.substr(0, equals);
+        bool attached = equals != std::string::npos && (name == "--data" || name == "--plugin" || name == "--today");
+        // A -c value is a command line, whatever it looks like.
+        bool isValue = !args.empty() && args.back() == "-c";
+        if (attached && !isValue) {
+            args.push_back(name);
+            args.push_back(arg.substr(equals + 1));
+        } else {
+            args.push_back(arg);
+        }
+    }
+    return args;
+}
+
+bool TryParseInvocation(std::vector<std::string> const& args, Invocation& invocation) {
     for (size_t i = 0; i < args.size(); ++i) {
         std::string const& arg = args[i];
         bool hasValue = i + 1 < args.size();
         if (arg == "--echo") {
             invocation.echo = true;
+        } else if (arg == "--comments") {
+            invocation.comments = true;
+        } else if (arg == "--help" || arg == "-h") {
+            invocation.help = true;
+        } else if (arg == "--version") {
+            invocation.version = true;
         } else if (arg == "--data" || arg == "--plugin" || arg == "--today" || arg == "-c") {
             if (!hasValue) {
                 Complain(arg + " needs a value");
@@ -64,6 +120,14 @@ bool TryParseInvocation(int argc, char** argv, Invocation& invocation) {
 std::string DefaultDataDir() {
     char const* fromEnvironment = std::getenv("LABSHELL_DATA");
     return fromEnvironment != nullptr && *fromEnvironment != '\0' ? fromEnvironment : "./labdata";
+}
+
+// A data folder that nobody named is not made without a word.
+void NoteNewDefaultDataDir(std::string const& dataDir) {
+    std::error_code failure;
+    if (std::filesystem::exists(dataDir, failure)) return;
+    Complain("no --data given: creating the data folder " +
+             std::filesystem::absolute(dataDir, failure).lexically_normal().string());
 }
 
 std::string DefaultPlugin() {
@@ -93,6 +157,7 @@ bool Start(Invocation const& invocation) {
     }
     std::string error;
     std::string dataDir = invocation.dataDir.empty() ? DefaultDataDir() : invocation.dataDir;
+    if (invocation.dataDir.empty()) NoteNewDefaultDataDir(dataDir);
     if (!Host::OpenDataFolder(WString::FromUtf8(dataDir), error)) {
         Complain(error);
         return false;
@@ -157,9 +222,11 @@ bool RunInput(Invocation const& invocation, bool& interactive) {
 
 int main(int argc, char** argv) {
     Invocation invocation;
-    if (!TryParseInvocation(argc, argv, invocation)) return UsageStatus;
+    if (!TryParseInvocation(SplitAttachedValues(argc, argv), invocation)) return UsageStatus;
+    if (AnswerInformationRequest(invocation)) return 0;
     if (!Start(invocation)) return StartFailureStatus;
     AddBuiltins();
+    Shell::EchoComments(invocation.comments);
 
     bool interactive = false;
     bool read = RunInput(invocation, interactive);

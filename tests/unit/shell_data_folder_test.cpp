@@ -19,8 +19,10 @@ struct Outcome {
     std::string output;  // stdout and stderr
 };
 
-Outcome RunLabshell(std::string const& arguments) {
-    std::string command = std::string(LABSHELL_BIN_DIR "/labshell ") + arguments + " 2>&1 </dev/null";
+// Runs labshell in `folder` (default: here) without $LABSHELL_DATA.
+Outcome RunLabshell(std::string const& arguments, std::string const& folder = ".") {
+    std::string command = "cd '" + folder + "' && env -u LABSHELL_DATA " LABSHELL_BIN_DIR "/labshell " + arguments +
+                          " 2>&1 </dev/null";
     Outcome outcome{-1, ""};
     FILE* pipe = popen(command.c_str(), "r");
     if (pipe == nullptr) return outcome;
@@ -66,6 +68,30 @@ TEST(ShellDataFolder, UnusableFolderOrStoreStopsTheShellAndLeavesTheFile) {
     EXPECT_TRUE(fs::is_directory(fresh / "log"));
     Outcome again = RunLabshell("--data " + fresh.string() + " -c \"UsageLog Made\"");
     EXPECT_EQ(again.output, "Made=3\n");
+    fs::remove_all(root);
+}
+
+TEST(ShellDataFolder, InvocationHelpVersionAttachedValuesAndTheDefaultFolder) {
+    Outcome help = RunLabshell("--help");
+    EXPECT_EQ(help.status, 0);
+    EXPECT_EQ(help.output.rfind("Usage: labshell [--data DIR]", 0), 0u) << help.output;
+    EXPECT_EQ(RunLabshell("-h").output, help.output);
+    Outcome version = RunLabshell("--version");
+    EXPECT_EQ(version.status, 0);
+    EXPECT_EQ(version.output.rfind("labshell ", 0), 0u) << version.output;
+
+    fs::path root = fs::temp_directory_path() / ("shell_invocation_" + std::to_string(::getpid()));
+    fs::remove_all(root);
+    fs::create_directories(root);
+    Outcome attached = RunLabshell("--data=" + (root / "data").string() + " -c \"UsageLog -b Made=4\"");
+    EXPECT_EQ(attached.status, 0) << attached.output;
+    EXPECT_EQ(RunLabshell("--data " + (root / "data").string() + " -c \"UsageLog Made\"").output, "Made=4\n");
+
+    // Nobody named a folder: the one made in the working folder is named, once.
+    Outcome bare = RunLabshell("-c status", root.string());
+    EXPECT_EQ(bare.output, "labshell: no --data given: creating the data folder " + (root / "labdata").string() +
+                               "\nInfoDateTimeValid=true\n");
+    EXPECT_EQ(RunLabshell("-c status", root.string()).output, "InfoDateTimeValid=true\n");
     fs::remove_all(root);
 }
 
