@@ -21,6 +21,7 @@ struct CommandEntry {
     CommandFactory factory = nullptr;  // a plug-in command, or
     Host::Builtin builtin;             // a builtin
     WString usage;                     // builtins: help lines, "\n" between
+    Host::BuiltinWords words = Host::BuiltinWords::AllOwn;
 };
 
 std::mutex tableMutex;
@@ -54,6 +55,15 @@ WString RestAfterName(WString const& line) {
     return WString(line.str.substr(position)).Trim();
 }
 
+bool AsksForHelp(CommandEntry const& entry, std::vector<WString> const& words) {
+    for (WString const& word : words) {
+        bool isOption = IsOptionWord(word.str);
+        if (isOption && word.str[1] == L'?') return true;
+        if (!isOption && entry.words == Host::BuiltinWords::OptionsThenCommandLine) return false;
+    }
+    return false;
+}
+
 ExitCode RunBuiltin(CommandEntry const& entry, WString const& name, WString const& line, Pipe const& pipe,
                      RunState* caller) {
     Host::BuiltinContext context{};
@@ -62,7 +72,7 @@ ExitCode RunBuiltin(CommandEntry const& entry, WString const& name, WString cons
     context.restOfLine = RestAfterName(line);
     context.pipe = pipe;
     context.caller = caller;
-    if (!context.words.empty() && context.words[0].str == L"-?") {
+    if (AsksForHelp(entry, context.words)) {
         Host::ShowHelp(name, pipe);
         return ExitCode(0);
     }
@@ -181,9 +191,9 @@ void AddCommand(CommandFactory factory) {
     AddCommandLocked(factory);
 }
 
-void AddBuiltin(WString const& name, WString const& usage, Builtin builtin) {
+void AddBuiltin(WString const& name, WString const& usage, Builtin builtin, BuiltinWords words) {
     std::lock_guard<std::mutex> lock(tableMutex);
-    commandTable[name.str] = CommandEntry{nullptr, std::move(builtin), usage};
+    commandTable[name.str] = CommandEntry{nullptr, std::move(builtin), usage, words};
 }
 
 ExitCode RunLine(WString const& line, Pipe const& pipe, RunState* parent, unsigned int mode) {

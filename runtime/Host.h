@@ -36,7 +36,12 @@ struct BuiltinContext {
     RunState* caller;            // the run that ran the line, or null for the shell
 };
 using Builtin = std::function<ExitCode(BuiltinContext&)>;
-void AddBuiltin(WString const& name, WString const& usage, Builtin builtin);
+// "-?" anywhere on a builtin's line shows its help and ends with 0, as for a
+// plug-in command. A builtin that runs the rest of its line as a command line
+// (SHELL) owns only the options in front of that line.
+enum class BuiltinWords { AllOwn, OptionsThenCommandLine };
+void AddBuiltin(WString const& name, WString const& usage, Builtin builtin,
+                BuiltinWords words = BuiltinWords::AllOwn);
 
 // Runs a command line in the foreground on a run thread of its own and gives
 // its final code. `parent` is the run that asked (CommandBase::Run), or null.
