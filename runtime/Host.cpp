@@ -145,8 +145,7 @@ bool OpenDataFolder(WString const& dir, std::string& error) {
     WString path = WString::FromUtf8(folder.lexically_normal().string());
     if (path.str.size() > 1 && path.str.back() == L'/') path.str.pop_back();
     System::SetDataDirectory(path);
-    System::config.Load(WString(path.str + L"/config.ini"));
-    return true;
+    return System::config.Load(WString(path.str + L"/config.ini"), error);
 }
 
 bool LoadPlugin(std::string const& path, std::string& error, std::string& warning) {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <istream>
+#include <string>
 
 #include "../runtime/Host.h"
 
@@ -17,8 +18,9 @@ bool ExitRequested();
 // Runs one line in the foreground as the shell does: "> line" before and
 // "= N" after it when echoing; notes its exit number.
 void RunShellLine(WString const& line, bool echo);
-// Runs the command lines of a script until its end or `exit`.
-void RunScript(std::istream& script, bool echo);
+// Runs the command lines of a script until its end or `exit`. False, with
+// the reason in `error`, when the script could not be read to its end.
+bool RunScript(std::istream& script, bool echo, std::string& error);
 // The interactive prompt with line editing and history.
 void RunPrompt(bool echo);
 

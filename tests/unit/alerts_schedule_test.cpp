@@ -130,6 +130,16 @@ TEST_F(AlertsSchedule, EachBrokenSectionEndsTheRunWithItsNumberAndItsMessage) {
             EXPECT_TRUE(std::any_of(log.begin(), log.end(), starts)) << broken.errorLine;
         }
     }
+
+    // A schedule that cannot be read ends the run as one that cannot be opened.
+    fs::path const path = dataDir_ / "UsageSchedule.ini";
+    for (char const* line : {"GetUsageAlerts u", "GetUsageAlerts c -i1"}) {
+        fs::remove(path);
+        EXPECT_EQ(3u, Host::RunLine(WString(line), Pipe()).number) << line << " without a file";
+        fs::create_directory(path);
+        EXPECT_EQ(3u, Host::RunLine(WString(line), Pipe()).number) << line << " on a folder";
+        fs::remove(path);
+    }
 }
 
 // A line made of pieces of the schedule language, put together at random.
