@@ -76,6 +76,9 @@ void UsageLogCleanup::DeleteKey(WString const& key) {
 }
 
 void UsageLogCleanup::MoveKey(WString const& oldKey, WString const& newKey) {
+    // The store finds keys whatever their letter case: a new name that differs
+    // only in case is the old item, which a merge would double and then delete.
+    if (oldKey.Equals(newKey, true)) return;
     if (!quiet) pipe.WriteLine(L"Merge/Rename usage key %s to %s", oldKey.c_str(), newKey.c_str());
     // Merge first: a failed delete leaves the old key with its value already merged.
     CopyAndMergeKey(oldKey, newKey);

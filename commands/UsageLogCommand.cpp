@@ -124,10 +124,13 @@ void UsageLogCommand::OnExit(ExitCode& exitCode) {
 void UsageLogCommand::GetMatchingKeysAndHandleAssignments(ArgumentList& args, WStringArray& keys) {
     WStringArray matches;
     IntHashTable taken(static_cast<int>(matches.count * 3 / 5));
+    // The store finds keys whatever their letter case, so "w1" and "W1" are
+    // one item: the table holds them folded, the list the first spelling.
     auto takeOnce = [&](WString const& key) {
-        if (taken.ContainsKey(key)) return;
+        WString folded(FoldAsciiCase(key.str));
+        if (taken.ContainsKey(folded)) return;
         keys.Add(key);
-        taken.Insert(key, 1);
+        taken.Insert(folded, 1);
     };
     // Only what this pattern added: the store appends to the work array.
     auto matchPattern = [&](WString const& pattern) {

@@ -140,14 +140,17 @@ std::vector<WString> SplitCommandWords(WString const& line) {
     return words;
 }
 
+bool IsOptionWord(std::wstring const& word) {
+    return word.size() >= 2 && word[0] == L'-' && (IsAsciiLetter(word[1]) || word[1] == L'?');
+}
+
 bool TryParseCommandLine(WString const& line, ParsedCommandLine& parsed) {
     std::vector<WString> words = SplitCommandWords(line);
     if (words.empty()) return false;
     parsed.name = words[0];
     for (size_t i = 1; i < words.size(); ++i) {
         std::wstring const& word = words[i].str;
-        bool isOption = word.size() >= 2 && word[0] == L'-' && (IsAsciiLetter(word[1]) || word[1] == L'?');
-        if (!isOption) {
+        if (!IsOptionWord(word)) {
             parsed.arguments.Add(words[i]);
         } else if (word[1] == L'?') {
             parsed.wantsHelp = true;

@@ -4,6 +4,7 @@
 #include <fstream>
 
 #include "HostServices.h"
+#include "TextLines.h"
 
 namespace {
 std::wstring Trimmed(std::wstring const& text) { return WString(text).Trim().str; }
@@ -34,20 +35,29 @@ bool FindValue(Lines const& lines, WString const& section, WString const& key, W
 
 ConfigFileData::ConfigFileData() = default;
 
-void ConfigFileData::Load(WString const& path) {
+bool ConfigFileData::Load(WString const& path, std::string& error) {
     std::lock_guard<std::mutex> lock(mutex_);
-    path_ = path;
+    path_ = WString();
     lines_.clear();
     std::ifstream file(path.ToUtf8());
+    TextLines lines(file);
     std::string raw;
     std::wstring section;
-    while (std::getline(file, raw)) {
-        if (!raw.empty() && raw.back() == '\r') raw.pop_back();
+    TextLines::Result result;
+    while ((result = lines.Next(raw)) == TextLines::Result::Line) {
         std::wstring text = WString::FromUtf8(raw).str;
         std::wstring trimmed = Trimmed(text);
         if (IsSectionHeader(trimmed)) section = trimmed.substr(1, trimmed.size() - 2);
         lines_.push_back(Line{section, text});
     }
+    if (result == TextLines::Result::Failed) {
+        // Writing back what was read so far would cut the file short.
+        lines_.clear();
+        error = path.ToUtf8() + ": " + lines.FailureText();
+        return false;
+    }
+    path_ = path;
+    return true;
 }
 
 bool ConfigFileData::TryGetText(WString const& section, WString const& key, WString& value) const {

@@ -23,6 +23,7 @@ struct CommandEntry {
     CommandFactory factory = nullptr;  // a plug-in command, or
     Host::Builtin builtin;             // a builtin
     WString usage;                     // builtins: help lines, "\n" between
+    Host::BuiltinWords words = Host::BuiltinWords::AllOwn;
 };
 
 std::mutex tableMutex;
@@ -56,6 +57,15 @@ WString RestAfterName(WString const& line) {
     return WString(line.str.substr(position)).Trim();
 }
 
+bool AsksForHelp(CommandEntry const& entry, std::vector<WString> const& words) {
+    for (WString const& word : words) {
+        bool isOption = IsOptionWord(word.str);
+        if (isOption && word.str[1] == L'?') return true;
+        if (!isOption && entry.words == Host::BuiltinWords::OptionsThenCommandLine) return false;
+    }
+    return false;
+}
+
 ExitCode RunBuiltin(CommandEntry const& entry, WString const& name, WString const& line, Pipe const& pipe,
                      RunState* caller) {
     Host::BuiltinContext context{};
@@ -64,7 +74,7 @@ ExitCode RunBuiltin(CommandEntry const& entry, WString const& name, WString cons
     context.restOfLine = RestAfterName(line);
     context.pipe = pipe;
     context.caller = caller;
-    if (!context.words.empty() && context.words[0].str == L"-?") {
+    if (AsksForHelp(entry, context.words)) {
         Host::ShowHelp(name, pipe);
         return ExitCode(0);
     }
@@ -176,8 +186,7 @@ bool OpenDataFolder(WString const& dir, std::string& error) {
     WString path = WString::FromUtf8(folder.lexically_normal().string());
     if (path.str.size() > 1 && path.str.back() == L'/') path.str.pop_back();
     System::SetDataDirectory(path);
-    System::config.Load(WString(path.str + L"/config.ini"));
-    return true;
+    return System::config.Load(WString(path.str + L"/config.ini"), error);
 }
 
 bool LoadPlugin(std::string const& path, std::string& error, std::string& warning) {
@@ -222,9 +231,9 @@ void AddCommand(CommandFactory factory) {
     AddCommandLocked(factory);
 }
 
-void AddBuiltin(WString const& name, WString const& usage, Builtin builtin) {
+void AddBuiltin(WString const& name, WString const& usage, Builtin builtin, BuiltinWords words) {
     std::lock_guard<std::mutex> lock(tableMutex);
-    commandTable[name.str] = CommandEntry{nullptr, std::move(builtin), usage};
+    commandTable[name.str] = CommandEntry{nullptr, std::move(builtin), usage, words};
 }
 
 ExitCode RunLine(WString const& line, Pipe const& pipe, RunState* parent, unsigned int mode) {

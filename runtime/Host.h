@@ -17,8 +17,8 @@ class AutomaticTestEntry;
 namespace Host {
 
 // Creates DIR and DIR/log when missing, opens (or creates) DIR/usage.db and
-// reads DIR/config.ini. False with a message when the folder or the store
-// cannot be used; the store's file is then left untouched.
+// reads DIR/config.ini. False with a message when the folder, the store or
+// the configuration cannot be used; the store's file is then left untouched.
 bool OpenDataFolder(WString const& dir, std::string& error);
 
 // dlopen with global symbols, then the registry's calling order: select the
@@ -37,7 +37,12 @@ struct BuiltinContext {
     RunState* caller;            // the run that ran the line, or null for the shell
 };
 using Builtin = std::function<ExitCode(BuiltinContext&)>;
-void AddBuiltin(WString const& name, WString const& usage, Builtin builtin);
+// "-?" anywhere on a builtin's line shows its help and ends with 0, as for a
+// plug-in command. A builtin that runs the rest of its line as a command line
+// (SHELL) owns only the options in front of that line.
+enum class BuiltinWords { AllOwn, OptionsThenCommandLine };
+void AddBuiltin(WString const& name, WString const& usage, Builtin builtin,
+                BuiltinWords words = BuiltinWords::AllOwn);
 
 // Command lines run by command lines: deeper ones are refused with
 // HostExit::NestedTooDeep and a line in the error log.

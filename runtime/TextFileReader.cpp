@@ -1,25 +1,38 @@
 // Line-by-line reading of a UTF-8 file, one line read ahead so that `atEnd`
-// comes with the last line.
+// comes with the last line. A read that fails is reported by the ReadLine
+// that would have given that line, so every line before it is delivered.
 #include "HostServices.h"
+#include "TextLines.h"
 
 TextFileReader::TextFileReader(WString const& path, unsigned int exitNumber)
-    : atEnd(0), file_(path.ToUtf8(), std::ios::binary), hasNext_(false) {
+    : atEnd(0),
+      file_(path.ToUtf8(), std::ios::binary),
+      lines_(std::make_unique<TextLines>(file_)),
+      exitNumber_(exitNumber),
+      hasNext_(false),
+      failed_(false) {
     if (!file_.is_open()) throw ExitCode(exitNumber);
-    atEnd = ReadAhead() ? 0 : 1;
+    ReadAhead();
+    if (failed_) throw ExitCode(exitNumber);
+    atEnd = hasNext_ ? 0 : 1;
 }
 
-bool TextFileReader::ReadAhead() {
-    hasNext_ = static_cast<bool>(std::getline(file_, next_));
-    if (hasNext_ && !next_.empty() && next_.back() == '\r') next_.pop_back();
-    return hasNext_;
+TextFileReader::~TextFileReader() = default;
+
+void TextFileReader::ReadAhead() {
+    TextLines::Result result = lines_->Next(next_);
+    hasNext_ = result == TextLines::Result::Line;
+    failed_ = result == TextLines::Result::Failed;
 }
 
 WString TextFileReader::ReadLine() {
+    if (failed_) throw ExitCode(exitNumber_);
     if (!hasNext_) {
         atEnd = 1;
         return WString();
     }
     WString line = WString::FromUtf8(next_);
-    if (!ReadAhead()) atEnd = 1;
+    ReadAhead();
+    if (!hasNext_ && !failed_) atEnd = 1;
     return line;
 }

@@ -14,14 +14,9 @@ namespace {
 std::mutex declaredMutex;
 std::map<std::wstring, UsageDataType> declaredKeys;  // by key in lower case
 
-std::wstring Folded(std::wstring key) {
-    for (wchar_t& c : key) c = FoldAsciiCase(c);
-    return key;
-}
-
 bool TryGetDeclaredType(WString const& key, UsageDataType& type) {
     std::lock_guard<std::mutex> lock(declaredMutex);
-    auto found = declaredKeys.find(Folded(key.str));
+    auto found = declaredKeys.find(FoldAsciiCase(key.str));
     if (found == declaredKeys.end()) return false;
     type = found->second;
     return true;
@@ -75,14 +70,14 @@ ExitCode Declare(Host::BuiltinContext& context) {
     static int listener = BroadcastManager::AddListener(OnBroadcast);
     (void)listener;
     std::lock_guard<std::mutex> lock(declaredMutex);
-    declaredKeys[Folded(key.str)] = type;
+    declaredKeys[FoldAsciiCase(key.str)] = type;
     return ExitCode(0);
 }
 
 ExitCode External(Host::BuiltinContext& context) {
     if (context.words.size() == 2 && context.words[0].str == L"-x") {
         std::lock_guard<std::mutex> lock(declaredMutex);
-        if (declaredKeys.erase(Folded(context.words[1].str)) == 0) {
+        if (declaredKeys.erase(FoldAsciiCase(context.words[1].str)) == 0) {
             return Misuse(L"external", WString(context.words[1].str + L" is not declared"));
         }
         return ExitCode(0);

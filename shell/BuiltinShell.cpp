@@ -21,7 +21,8 @@ void AddShellBuiltin() {
                          ExitCode failure;
                          if (Host::StartBackground(line, context.pipe, failure) < 0) return failure;
                          return ExitCode(0);
-                     });
+                     },
+                     Host::BuiltinWords::OptionsThenCommandLine);
 }
 
 }  // namespace Shell

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <string>
 
+#include "../runtime/TextLines.h"
 #include "Shell.h"
 
 namespace {
@@ -38,12 +39,17 @@ ExitCode RunShellLine(WString const& line, bool echo) {
     return code;
 }
 
-void RunScript(std::istream& script, bool echo) {
+bool RunScript(std::istream& script, bool echo, std::string& error) {
+    TextLines lines(script);
     std::string line;
-    while (!ExitRequested() && std::getline(script, line)) {
-        if (!line.empty() && line.back() == '\r') line.pop_back();
-        RunShellLine(WString::FromUtf8(line), echo);
+    while (!ExitRequested()) {
+        switch (lines.Next(line)) {
+            case TextLines::Result::Line: RunShellLine(WString::FromUtf8(line), echo); break;
+            case TextLines::Result::End: return true;
+            case TextLines::Result::Failed: error = lines.FailureText(); return false;
+        }
     }
+    return true;
 }
 
 }  // namespace Shell

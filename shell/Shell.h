@@ -3,6 +3,7 @@
 #pragma once
 
 #include <istream>
+#include <string>
 
 #include "../runtime/Host.h"
 
@@ -23,8 +24,9 @@ void EchoComments(bool on);
 // "= N" after it when echoing; notes its exit number and gives its code
 // (0 for a skipped line).
 ExitCode RunShellLine(WString const& line, bool echo);
-// Runs the command lines of a script until its end or `exit`.
-void RunScript(std::istream& script, bool echo);
+// Runs the command lines of a script until its end or `exit`. False, with
+// the reason in `error`, when the script could not be read to its end.
+bool RunScript(std::istream& script, bool echo, std::string& error);
 // The interactive prompt with line editing, completion and a history kept
 // in the data folder. Ctrl-C clears the line being typed, or stops the
 // foreground run as kill does; a non-zero exit number is explained on

@@ -18,7 +18,7 @@
 namespace {
 
 constexpr int UsageStatus = 2;       // the invocation itself is wrong
-constexpr int StartFailureStatus = 1;  // data folder, store or plug-in unusable
+constexpr int StartFailureStatus = 1;  // data folder, store, plug-in or script unusable
 
 struct Invocation {
     std::string dataDir;
@@ -200,21 +200,26 @@ bool RunInput(Invocation const& invocation, bool& interactive) {
         }
         return true;
     }
-    if (!invocation.script.empty() && invocation.script != "-") {
-        std::ifstream script(invocation.script);
-        if (!script) {
-            Complain("cannot read " + invocation.script);
-            return false;
-        }
-        Shell::RunScript(script, invocation.echo);
-        return true;
-    }
     if (invocation.script.empty() && isatty(STDIN_FILENO)) {
         interactive = true;
         Shell::RunPrompt(invocation.echo);
         return true;
     }
-    Shell::RunScript(std::cin, invocation.echo);
+    bool fromFile = !invocation.script.empty() && invocation.script != "-";
+    std::string name = fromFile ? invocation.script : "standard input";
+    std::ifstream file;
+    if (fromFile) {
+        file.open(invocation.script);
+        if (!file) {
+            Complain("cannot read " + name);
+            return false;
+        }
+    }
+    std::string error;
+    if (!Shell::RunScript(fromFile ? static_cast<std::istream&>(file) : std::cin, invocation.echo, error)) {
+        Complain("cannot read " + name + ": " + error);
+        return false;
+    }
     return true;
 }
 

@@ -101,6 +101,8 @@ struct ParsedCommandLine {
     bool wantsHelp = false;  // "-?" stood on the line
 };
 bool TryParseCommandLine(WString const& line, ParsedCommandLine& parsed);
+// "-" and a letter or "?", then the option's value: how every command's options look.
+bool IsOptionWord(std::wstring const& word);
 std::vector<WString> SplitCommandWords(WString const& line);
 
 class CommandBase {

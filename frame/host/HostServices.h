@@ -108,20 +108,28 @@ private:
     std::mutex mutex_;
 };
 
-// Reads a UTF-8 text file line by line; CR LF and LF both end a line.
-// `atEnd` is set together with the last line.
+class TextLines;
+
+// Reads a UTF-8 text file line by line; CR LF and LF both end a line, and a
+// byte order mark at the start is skipped. `atEnd` is set together with the
+// last line. A file that cannot be opened or read (a folder, a read error
+// part way) throws ExitCode(exitNumber), never passes for the end.
 class TextFileReader {
 public:
     TextFileReader(WString const& path, unsigned int exitNumber);  // throws exitNumber
-    WString ReadLine();
+    ~TextFileReader();
+    WString ReadLine();  // throws exitNumber
 
     unsigned char atEnd;
 
 private:
-    bool ReadAhead();
+    void ReadAhead();
     std::ifstream file_;
+    std::unique_ptr<TextLines> lines_;
+    unsigned int exitNumber_;
     std::string next_;
     bool hasNext_;
+    bool failed_;
 };
 
 // "[Section]" and "key=value" lines of DATA/config.ini.
@@ -135,7 +143,9 @@ public:
                                  unsigned int exitNumber, int smallest, int largest);
 
     // Host side.
-    void Load(WString const& path);  // a missing file is an empty configuration
+    // A missing file is an empty configuration. One that cannot be read is
+    // refused (false, `error` set): it is then neither used nor written.
+    bool Load(WString const& path, std::string& error);
     bool TryGetText(WString const& section, WString const& key, WString& value) const;
 
 private:

@@ -71,6 +71,12 @@ public:
 
 // Letter case is folded for ASCII letters only: usage keys are ASCII.
 inline wchar_t FoldAsciiCase(wchar_t c) { return c >= L'A' && c <= L'Z' ? static_cast<wchar_t>(c - L'A' + L'a') : c; }
+// The text with its letter case folded: the one spelling of a usage key that
+// tables keyed by usage keys use.
+inline std::wstring FoldAsciiCase(std::wstring text) {
+    for (wchar_t& c : text) c = FoldAsciiCase(c);
+    return text;
+}
 // Case-insensitive comparison of two texts, the rule of usage keys.
 bool EqualsIgnoreCase(std::wstring const& a, std::wstring const& b);
 

@@ -9,11 +9,13 @@
 #include <fstream>
 #include <random>
 #include <regex>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include "frame/host/System.h"
 #include "runtime/Host.h"
+#include "runtime/HostClock.h"
 #include "test_support.h"
 
 namespace {
@@ -130,6 +132,16 @@ TEST_F(AlertsSchedule, EachBrokenSectionEndsTheRunWithItsNumberAndItsMessage) {
             EXPECT_TRUE(std::any_of(log.begin(), log.end(), starts)) << broken.errorLine;
         }
     }
+
+    // A schedule that cannot be read ends the run as one that cannot be opened.
+    fs::path const path = dataDir_ / "UsageSchedule.ini";
+    for (char const* line : {"GetUsageAlerts u", "GetUsageAlerts c -i1"}) {
+        fs::remove(path);
+        EXPECT_EQ(3u, Host::RunLine(WString(line), Pipe()).number) << line << " without a file";
+        fs::create_directory(path);
+        EXPECT_EQ(3u, Host::RunLine(WString(line), Pipe()).number) << line << " on a folder";
+        fs::remove(path);
+    }
 }
 
 // A line made of pieces of the schedule language, put together at random.
@@ -199,6 +211,26 @@ TEST_F(AlertsSchedule, AScheduleOfRandomLinesIsReadToItsEnd) {
     std::regex const alertLine("^[0-9]+;[0-9]+;[0-9]+;.*");
     for (std::string const& line : output_) EXPECT_TRUE(std::regex_match(line, alertLine)) << line;
     EXPECT_FALSE(ErrorLog().empty());
+}
+
+TEST_F(AlertsSchedule, TheSampleScheduleResetsTheServiceDateThatTheFactsShow) {
+    std::ifstream file(LABSHELL_SOURCE_DIR "/examples/UsageSchedule.ini");
+    std::stringstream sample;
+    sample << file.rdbuf();
+    ASSERT_FALSE(sample.str().empty());
+    int const today = HostClock::Now().ToDateInt();
+    ASSERT_TRUE(HostClock::SetToday(20240815));
+
+    ASSERT_EQ(0u, Run(sample.str(), "UsageLog Schedule.ServiceDate=20240101 -vD"));
+    ASSERT_EQ(0u, Run(sample.str(), "GetFormattedUsageData 0"));
+    EXPECT_EQ(output_, std::vector<std::string>{"1 January 2024"});
+    // The maintenance alert's reset commands renew the date that fact 0 reads.
+    EXPECT_EQ(0u, Run(sample.str(), "GetUsageAlerts c -i1"));
+    ASSERT_EQ(0u, Run(sample.str(), "GetFormattedUsageData 0"));
+    EXPECT_EQ(output_, std::vector<std::string>{"15 August 2024"});
+
+    HostClock::SetToday(today);
+    DeleteAllUsageItems();
 }
 
 }  // namespace

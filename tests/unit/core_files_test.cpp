@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <latch>
@@ -11,6 +13,8 @@
 
 #include "HostServices.h"
 #include "StatusTable.h"
+#include "runtime/TextLines.h"
+#include "test_support.h"
 
 namespace {
 class CoreFiles : public ::testing::Test {
@@ -53,26 +57,71 @@ TEST_F(CoreFiles, LogLinesCarryTimeStampsRotateAndCanBeSilenced) {
     EXPECT_EQ(std::filesystem::file_size(folder_ / "run.log"), before);
 }
 
-TEST_F(CoreFiles, ReaderGivesLinesAndSetsAtEndWithTheLast) {
+TEST_F(CoreFiles, ReaderGivesLinesWithoutTheMarkAndRefusesWhatCannotBeRead) {
     Write(folder_ / "s.ini", "[A]\r\nId=1\n\nlast");
     TextFileReader reader(WString((folder_ / "s.ini").string().c_str()), 3);
     std::vector<std::wstring> lines;
     while (!reader.atEnd) lines.push_back(reader.ReadLine().str);
     EXPECT_EQ(lines, (std::vector<std::wstring>{L"[A]", L"Id=1", L"", L"last"}));
 
-    try {
-        TextFileReader missing(WString((folder_ / "none.ini").string().c_str()), 3);
-        ADD_FAILURE() << "a missing file was opened";
-    } catch (ExitCode const& code) {
-        EXPECT_EQ(code.number, 3u);
+    Write(folder_ / "marked.ini", "\xEF\xBB\xBF[A]\r\nId=\xEF\xBB\xBF");
+    TextFileReader marked(WString((folder_ / "marked.ini").string().c_str()), 3);
+    EXPECT_EQ(marked.ReadLine().str, L"[A]");
+    EXPECT_EQ(marked.ReadLine().str, L"Id=\xFEFF") << "only a mark at the start is dropped";
+    EXPECT_TRUE(marked.atEnd);
+
+    // A folder opens like a file on Linux; its first read fails.
+    for (char const* unreadable : {"none.ini", "folder.ini"}) {
+        std::filesystem::create_directory(folder_ / "folder.ini");
+        EXPECT_EQ(ThrownNumber([&] { TextFileReader reader(WString((folder_ / unreadable).string().c_str()), 3); }),
+                  3u)
+            << unreadable;
     }
+}
+
+// A stream whose reads fail after some text, as a disk error would.
+class FailingAfter : public std::streambuf {
+public:
+    explicit FailingAfter(std::string text) : text_(std::move(text)) {
+        setg(text_.data(), text_.data(), text_.data() + text_.size());
+    }
+
+protected:
+    int_type underflow() override {
+        errno = EIO;
+        throw std::ios_base::failure("read");
+    }
+
+private:
+    std::string text_;
+};
+
+TEST(CoreTextLines, AReadErrorIsReportedAfterTheLinesBeforeIt) {
+    for (std::string const& text : {std::string("\xEF\xBB\xBF" "first\r\nsecond\n"), std::string("first\nsecond\n")}) {
+        FailingAfter failing(text);
+        std::istream stream(&failing);
+        TextLines lines(stream);
+        std::string line;
+        ASSERT_EQ(lines.Next(line), TextLines::Result::Line);
+        EXPECT_EQ(line, "first");
+        ASSERT_EQ(lines.Next(line), TextLines::Result::Line);
+        EXPECT_EQ(line, "second");
+        EXPECT_EQ(lines.Next(line), TextLines::Result::Failed) << "a failed read is no end";
+        EXPECT_EQ(lines.FailureText(), std::strerror(EIO));
+    }
+    std::istringstream complete("only\n");
+    TextLines lines(complete);
+    std::string line;
+    EXPECT_EQ(lines.Next(line), TextLines::Result::Line);
+    EXPECT_EQ(lines.Next(line), TextLines::Result::End);
 }
 
 TEST_F(CoreFiles, ConfigurationEntersMissingKeysAndRefusesBadValues) {
     std::filesystem::path path = folder_ / "config.ini";
     Write(path, "; instrument settings\n[Config]\nOther=1\n\n[Optics]\nGain=5\n");
     ConfigFileData config;
-    config.Load(WString(path.string().c_str()));
+    std::string error;
+    ASSERT_TRUE(config.Load(WString(path.string().c_str()), error)) << error;
     EXPECT_EQ(config.GetIntOrUseDefaultAndAdd(L"Config", L"ServiceInterval", 183, 100, 1, 2147483647), 183);
     EXPECT_EQ(Read(path), "; instrument settings\n[Config]\nOther=1\nServiceInterval=183\n\n[Optics]\nGain=5\n");
     EXPECT_EQ(config.GetIntOrUseDefaultAndAdd(L"Optics", L"Gain", 1, 100, 1, 10), 5);
@@ -80,7 +129,7 @@ TEST_F(CoreFiles, ConfigurationEntersMissingKeysAndRefusesBadValues) {
     EXPECT_NE(Read(path).find("[New]\nKey=7\n"), std::string::npos);
 
     Write(path, "[Config]\nServiceInterval=0\n");
-    config.Load(WString(path.string().c_str()));
+    ASSERT_TRUE(config.Load(WString(path.string().c_str()), error)) << error;
     try {
         config.GetIntOrUseDefaultAndAdd(L"Config", L"ServiceInterval", 183, 100, 1, 2147483647);
         ADD_FAILURE() << "an interval of 0 was accepted";
@@ -95,7 +144,8 @@ TEST_F(CoreFiles, ConfigurationAddsAKeyOnceWhenRunsAskTogether) {
     for (int round = 0; round < 100; ++round) {
         Write(path, "[Config]\n");
         ConfigFileData config;
-        config.Load(WString(path.string().c_str()));
+        std::string error;
+        ASSERT_TRUE(config.Load(WString(path.string().c_str()), error)) << error;
         constexpr int runCount = 8;
         std::latch start(runCount);
         std::vector<std::thread> runs;

@@ -1,5 +1,6 @@
-// labshell's start on a data folder or store that cannot be used: a message
-// on stderr, a non-zero status, and the store's file left as it was.
+// labshell's start on a data folder, store, configuration or script that
+// cannot be used: a message on stderr, a non-zero status, and the store's
+// file left as it was.
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -60,6 +61,20 @@ TEST(ShellDataFolder, UnusableFolderOrStoreStopsTheShellAndLeavesTheFile) {
     EXPECT_NE(onGarbage.status, 0);
     EXPECT_NE(onGarbage.output.find("usage.db"), std::string::npos) << onGarbage.output;
     EXPECT_EQ(Contents(data / "usage.db"), garbage);
+
+    // A configuration that cannot be read is refused, not taken as empty.
+    fs::path configFolder = root / "config";
+    fs::create_directories(configFolder / "config.ini");
+    Outcome onConfig = RunLabshell("--data " + configFolder.string() + " -c status");
+    EXPECT_NE(onConfig.status, 0);
+    EXPECT_NE(onConfig.output.find("config.ini: Is a directory"), std::string::npos) << onConfig.output;
+    EXPECT_EQ(onConfig.output.find("InfoDateTimeValid"), std::string::npos) << "no line may run";
+
+    // So is a folder given as the script.
+    Outcome onScript = RunLabshell("--data " + (root / "usable").string() + " " + root.string());
+    EXPECT_NE(onScript.status, 0);
+    EXPECT_NE(onScript.output.find("cannot read " + root.string() + ": Is a directory"), std::string::npos)
+        << onScript.output;
 
     // A missing folder is made, with its log folder and a store.
     fs::path fresh = root / "fresh" / "deeper";
