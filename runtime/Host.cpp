@@ -69,33 +69,37 @@ ExitCode RunBuiltin(CommandEntry const& entry, WString const& name, WString cons
     return entry.builtin(context);
 }
 
+// The life of a plug-in command on the calling thread, as part of `run`
+// (null: outside any run): Main (ShowUsage for -?), then OnExit.
+ExitCode LiveCommand(CommandFactory factory, ParsedCommandLine& parsed, Pipe const& pipe, RunState* run) {
+    std::unique_ptr<CommandBase> command(factory());
+    command->pipe = pipe;
+    command->hostRun = run;
+    std::uint32_t id = command->GetCommandId();
+    if (run != nullptr) {
+        std::lock_guard<std::mutex> lock(Runs::Mutex());
+        run->commandId = static_cast<std::uint16_t>(id);
+    }
+    ExitCode code;
+    try {
+        if (parsed.wantsHelp) {
+            command->ShowUsage();
+            code = ExitCode(0);
+        } else {
+            command->OnStart(parsed.arguments, parsed.options);
+            code = command->Main(parsed.arguments, parsed.options);
+        }
+    } catch (ExitCode const& thrown) {
+        code = thrown;
+    }
+    if (code.kind != 1) code.commandId = static_cast<std::uint16_t>(id);
+    command->OnExit(code);
+    return code;
+}
+
 // The life of a plug-in command's run, on the run's thread.
 Runs::Body CommandBody(CommandFactory factory, ParsedCommandLine parsed, Pipe pipe) {
-    return [factory, parsed, pipe](RunState& run) mutable {
-        std::unique_ptr<CommandBase> command(factory());
-        command->pipe = pipe;
-        command->hostRun = &run;
-        std::uint32_t id = command->GetCommandId();
-        {
-            std::lock_guard<std::mutex> lock(Runs::Mutex());
-            run.commandId = static_cast<std::uint16_t>(id);
-        }
-        ExitCode code;
-        try {
-            if (parsed.wantsHelp) {
-                command->ShowUsage();
-                code = ExitCode(0);
-            } else {
-                command->OnStart(parsed.arguments, parsed.options);
-                code = command->Main(parsed.arguments, parsed.options);
-            }
-        } catch (ExitCode const& thrown) {
-            code = thrown;
-        }
-        if (code.kind != 1) code.commandId = static_cast<std::uint16_t>(id);
-        command->OnExit(code);
-        return code;
-    };
+    return [factory, parsed, pipe](RunState& run) mutable { return LiveCommand(factory, parsed, pipe, &run); };
 }
 
 // The command of that name, or false with the unknown name reported.
@@ -201,6 +205,18 @@ ExitCode RunLine(WString const& line, Pipe const& pipe, RunState* parent, unsign
     }
     Runs::Request request{parsed.name, trimmed, parent, mode, false, false};
     return Runs::Start(request, CommandBody(entry.factory, std::move(parsed), pipe));
+}
+
+ExitCode RunInPlace(WString const& line, Pipe const& pipe) {
+    ParsedCommandLine parsed;
+    if (!TryParseCommandLine(line.Trim(), parsed)) return ExitCode(0);
+    CommandEntry entry;
+    if (!FindOrReport(parsed.name, entry)) return ExitCode(0, 1, HostExit::UnknownCommand);
+    if (entry.factory == nullptr) {
+        WriteErrorLine(WString(L"** " + parsed.name.str + L": a builtin cannot run in place"));
+        return ExitCode(0, 1, HostExit::UnknownCommand);
+    }
+    return LiveCommand(entry.factory, parsed, pipe, nullptr);
 }
 
 int StartBackground(WString const& line, Pipe const& pipe, ExitCode& failure, bool askGoAhead) {

@@ -41,6 +41,10 @@ void AddBuiltin(WString const& name, WString const& usage, Builtin builtin);
 // Runs a command line in the foreground on a run thread of its own and gives
 // its final code. `parent` is the run that asked (CommandBase::Run), or null.
 ExitCode RunLine(WString const& line, Pipe const& pipe, RunState* parent = nullptr, unsigned int mode = 0);
+// Runs a plug-in command's line on the calling thread, outside any run: it
+// books, waits and is stopped for nobody. Gives its final code; a builtin
+// or an unknown name gives 127.
+ExitCode RunInPlace(WString const& line, Pipe const& pipe);
 // Starts a command line as a background run (an orphan); gives its process id,
 // or -1 with the failure's code in `failure`. With `askGoAhead` it returns
 // once the run has called SendSignalGoAheadIfRequested or has ended.

@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include "HostClock.h"
+#include "HostSandbox.h"
 #include "HostServices.h"
 #include "System.h"
 #include "TextFormat.h"
@@ -29,6 +30,7 @@ void LogFile::WriteLine(WString line) { Append(line); }
 
 void LogFile::Append(WString const& line) {
     if (!enabled) return;
+    if (HostSandbox* sandbox = HostSandbox::Active()) return sandbox->HoldBack(*this, line);
     std::lock_guard<std::mutex> lock(mutex_);
     // Stamped under the lock, so that the lines of a file stay in time order.
     DateTime now = HostClock::Now();

@@ -36,5 +36,6 @@ void AddRunlogBuiltin();
 void AddExternalBuiltin();
 void AddAutotestBuiltin();
 void AddExitBuiltin();
+void AddForecastBuiltin();
 
 }  // namespace Shell

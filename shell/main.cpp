@@ -122,6 +122,7 @@ void AddBuiltins() {
     Shell::AddExternalBuiltin();
     Shell::AddAutotestBuiltin();
     Shell::AddExitBuiltin();
+    Shell::AddForecastBuiltin();
 }
 
 // Gives false when the script cannot be read.
