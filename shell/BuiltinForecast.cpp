@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <optional>
 #include <set>
+#include <string>
+#include <vector>
 
 #include "../frame/host/System.h"
 #include "../runtime/HostClock.h"
