@@ -4,6 +4,7 @@
 #include "CommandBase.h"
 
 #include "Host.h"
+#include "HostSandbox.h"
 #include "Runs.h"
 
 Object::~Object() = default;
@@ -32,6 +33,7 @@ void CommandBase::SendSignalGoAheadIfRequested() { Runs::GiveGoAhead(hostRun); }
 void CommandBase::WaitForTimeControlPointIfRequested() {}
 
 ExitCode CommandBase::Run(WString const& commandLine, Pipe const& pipe, unsigned int mode) {
+    if (HostSandbox::Active() != nullptr) return Host::RunInPlace(commandLine, pipe);
     return Host::RunLine(commandLine, pipe, hostRun, mode);
 }
 

@@ -5,6 +5,7 @@
 
 #include "ExitCode.h"
 #include "HostClock.h"
+#include "HostSandbox.h"
 #include "UsageLog.h"
 
 namespace {
@@ -98,6 +99,7 @@ int DateTime::SecondOfDay() const {
 DateTime HostClock::Now() {
     DateTime now;
     now.value = SystemLocalSeconds() + dayShift.load() * SecondsPerDay;
+    if (HostSandbox* sandbox = HostSandbox::Active()) now.value = sandbox->Day() * SecondsPerDay + now.SecondOfDay();
     return now;
 }
 

@@ -98,33 +98,39 @@ private:
     int outer_;
 };
 
-// The life of a plug-in command's run, on the run's thread. A failure that
-// is no exit code still gets the command its OnExit.
+// The life of a plug-in command on the calling thread, as part of `run`
+// (null: outside any run): Main (ShowUsage for -?), then OnExit. A failure
+// that is no exit code still gets the command its OnExit.
+ExitCode LiveCommand(CommandFactory factory, ParsedCommandLine& parsed, Pipe const& pipe, RunState* run) {
+    std::unique_ptr<CommandBase> command(factory());
+    command->pipe = pipe;
+    command->hostRun = run;
+    std::uint32_t id = command->GetCommandId();
+    if (run != nullptr) Runs::Locked([&] { run->commandId = static_cast<std::uint16_t>(id); });
+    ExitCode code;
+    try {
+        if (parsed.wantsHelp) {
+            command->ShowUsage();
+            code = ExitCode(0);
+        } else {
+            command->OnStart(parsed.arguments, parsed.options);
+            code = command->Main(parsed.arguments, parsed.options);
+        }
+    } catch (ExitCode const& thrown) {
+        code = thrown;
+    } catch (std::exception const& failure) {
+        code = Runs::EndedByFailure(run != nullptr ? Runs::Describe(*run) : parsed.name, failure.what());
+    }
+    if (code.kind != 1) code.commandId = static_cast<std::uint16_t>(id);
+    command->OnExit(code);
+    return code;
+}
+
+// The life of a plug-in command's run, on the run's thread.
 Runs::Body CommandBody(CommandFactory factory, ParsedCommandLine parsed, Pipe pipe) {
     return [factory, parsed, pipe, depth = lineDepth](RunState& run) mutable {
         lineDepth = depth;
-        std::unique_ptr<CommandBase> command(factory());
-        command->pipe = pipe;
-        command->hostRun = &run;
-        std::uint32_t id = command->GetCommandId();
-        Runs::Locked([&] { run.commandId = static_cast<std::uint16_t>(id); });
-        ExitCode code;
-        try {
-            if (parsed.wantsHelp) {
-                command->ShowUsage();
-                code = ExitCode(0);
-            } else {
-                command->OnStart(parsed.arguments, parsed.options);
-                code = command->Main(parsed.arguments, parsed.options);
-            }
-        } catch (ExitCode const& thrown) {
-            code = thrown;
-        } catch (std::exception const& failure) {
-            code = Runs::EndedByFailure(run, failure.what());
-        }
-        if (code.kind != 1) code.commandId = static_cast<std::uint16_t>(id);
-        command->OnExit(code);
-        return code;
+        return LiveCommand(factory, parsed, pipe, &run);
     };
 }
 
@@ -255,6 +261,18 @@ ExitCode RunLine(WString const& line, Pipe const& pipe, RunState* parent, unsign
     Runs::Request request{parsed.name, trimmed, parent, mode, false, false};
     Runs::Body body = CommandBody(entry.factory, std::move(parsed), pipe);
     return Runs::Start(request, parent == nullptr ? AsForeground(std::move(body)) : std::move(body));
+}
+
+ExitCode RunInPlace(WString const& line, Pipe const& pipe) {
+    ParsedCommandLine parsed;
+    if (!TryParseCommandLine(line.Trim(), parsed)) return ExitCode(0);
+    CommandEntry entry;
+    if (!FindOrReport(parsed.name, entry)) return ExitCode(0, 1, HostExit::UnknownCommand);
+    if (entry.factory == nullptr) {
+        WriteErrorLine(WString(L"** " + parsed.name.str + L": a builtin cannot run in place"));
+        return ExitCode(0, 1, HostExit::UnknownCommand);
+    }
+    return LiveCommand(entry.factory, parsed, pipe, nullptr);
 }
 
 int StartBackground(WString const& line, Pipe const& pipe, ExitCode& failure) {

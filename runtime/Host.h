@@ -52,6 +52,10 @@ constexpr int MaxNesting = 64;
 // is the run that asked (CommandBase::Run, a builtin of a run), or null for
 // the shell, whose lines run on the calling thread.
 ExitCode RunLine(WString const& line, Pipe const& pipe, RunState* parent = nullptr, unsigned int mode = 0);
+// Runs a plug-in command's line on the calling thread, outside any run: it
+// books, waits and is stopped for nobody. Gives its final code; a builtin
+// or an unknown name gives 127.
+ExitCode RunInPlace(WString const& line, Pipe const& pipe);
 // Starts a command line as a background run (an orphan) that is asked for a
 // go-ahead, and returns at once: its process id, or -1 with the failure's
 // code in `failure`.

@@ -7,6 +7,7 @@
 
 #include "Host.h"
 #include "HostClock.h"
+#include "HostSandbox.h"
 #include "HostServices.h"
 #include "System.h"
 #include "TextFormat.h"
@@ -37,6 +38,7 @@ void LogFile::WriteLine(WString line) { Append(line); }
 
 void LogFile::Append(WString const& line) {
     if (!enabled) return;
+    if (HostSandbox* sandbox = HostSandbox::Active()) return sandbox->HoldBack(*this, line);
     if (echoErrorLog && this == &System::errorLog) Host::WriteErrorLine(line);
     std::lock_guard<std::mutex> lock(mutex_);
     // Stamped under the lock, so that the lines of a file stay in time order.

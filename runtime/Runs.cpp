@@ -160,9 +160,9 @@ void Execute(std::shared_ptr<RunState> const& run, Runs::Body const& body, ExitC
     } catch (ExitCode const& thrown) {
         code = thrown;
     } catch (std::exception const& failure) {
-        code = Runs::EndedByFailure(*run, failure.what());
+        code = Runs::EndedByFailure(RunName(*run), failure.what());
     } catch (...) {
-        code = Runs::EndedByFailure(*run, "not an exit code");
+        code = Runs::EndedByFailure(RunName(*run), "not an exit code");
     }
     currentRun = outer;
     EndRun(*run);
@@ -217,6 +217,11 @@ bool Await(WaitList* list, Deadline deadline, std::function<bool()> const& done)
 
 void Sleep(unsigned int milliseconds) {
     Await(nullptr, DeadlineIn(milliseconds), [] { return false; });
+}
+
+void ThrowIfStopped() {
+    std::lock_guard<std::mutex> lock(runsMutex);
+    if (currentRun != nullptr && currentRun->stopRequested) throw StopCode(*currentRun);
 }
 
 ExitCode Start(Request const& request, Body body, int* processId) {
@@ -364,9 +369,11 @@ unsigned int CountNamed(WString const& name) {
 
 void ReportFailure(WString const& text) { System::errorLog.WriteLine(L"** %s", text.c_str()); }
 
-ExitCode EndedByFailure(RunState const& run, char const* what) {
+WString Describe(RunState const& run) { return RunName(run); }
+
+ExitCode EndedByFailure(WString const& who, char const* what) {
     try {
-        ReportFailure(WString(RunName(run).str + L" ended by an unexpected failure: " + WString::FromUtf8(what).str));
+        ReportFailure(WString(who.str + L" ended by an unexpected failure: " + WString::FromUtf8(what).str));
     } catch (...) {
         // Nothing more can be said when even the report fails (memory exhausted).
     }

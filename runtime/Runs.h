@@ -89,6 +89,9 @@ void Change(WaitList& list, std::function<void()> const& change);
 bool Await(WaitList* list, Deadline deadline, std::function<bool()> const& done);
 // Waits `milliseconds` (4294967295: until stopped).
 void Sleep(unsigned int milliseconds);
+// Throws the stop code if the calling run has been stopped: for long work
+// that does not wait.
+void ThrowIfStopped();
 
 // What a run does once its RunState is live; gives the code.
 using Body = std::function<ExitCode(RunState& run)>;
@@ -133,8 +136,10 @@ unsigned int CountNamed(WString const& name);
 
 // Writes "** TEXT" to the error log for a run that the host had to end.
 void ReportFailure(WString const& text);
-// Reports a failure that is no exit code (memory exhausted, a thrown
-// exception) and gives the code the run ends with.
-ExitCode EndedByFailure(RunState const& run, char const* what);
+// "NAME (process N)", as failure reports name a run.
+WString Describe(RunState const& run);
+// Reports a failure of `who` that is no exit code (memory exhausted, a
+// thrown exception) and gives the code the run ends with.
+ExitCode EndedByFailure(WString const& who, char const* what);
 
 }  // namespace Runs

@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "ExitCode.h"
+#include "HostSandbox.h"
 #include "UsageStore.h"
 
 namespace {
@@ -85,18 +86,18 @@ bool UsageLog::IsUsageKeyNameValid(WString const& key) {
 
 WString UsageLog::GetValidCharactersInUsageLogKey() { return WString(ValidKeyCharacters); }
 
-bool UsageLog::ContainsKey(wchar_t const* key) { return store_->Find(KeyView(key)) != nullptr; }
+bool UsageLog::ContainsKey(wchar_t const* key) { return Store().Find(KeyView(key)) != nullptr; }
 
-unsigned int UsageLog::Count() const { return store_->Count(); }
+unsigned int UsageLog::Count() const { return Store().Count(); }
 
-void UsageLog::GetAllKeys(WStringArray& keys) { store_->AppendAllKeys(keys); }
+void UsageLog::GetAllKeys(WStringArray& keys) { Store().AppendAllKeys(keys); }
 
 void UsageLog::GetMatchingKeys(WString const& pattern, WStringArray& keys) {
-    store_->AppendMatchingKeys(pattern.str, keys);
+    Store().AppendMatchingKeys(pattern.str, keys);
 }
 
 UsageDataType UsageLog::GetDataType(wchar_t const* key) {
-    auto item = store_->Find(KeyView(key));
+    auto item = Store().Find(KeyView(key));
     return item ? item->type.load() : 0;
 }
 
@@ -105,45 +106,45 @@ int UsageLog::GetUsageValue(wchar_t const* key, unsigned int exitNumber) {
 }
 
 bool UsageLog::TryGetUsageValue(wchar_t const* key, int& value) {
-    auto item = store_->Find(KeyView(key));
+    auto item = Store().Find(KeyView(key));
     if (item) value = static_cast<int>(item->value.load());
     return item != nullptr;
 }
 
 UsageReference UsageLog::GetItemReference(wchar_t const* key, unsigned int exitNumber) {
-    auto item = store_->Find(KeyView(key));
+    auto item = Store().Find(KeyView(key));
     if (!item) throw ExitCode(exitNumber);
     return UsageReference(std::move(item));
 }
 
 bool UsageLog::TryGetItemReference(wchar_t const* key, UsageReference& reference) {
-    reference = UsageReference(store_->Find(KeyView(key)));
+    reference = UsageReference(Store().Find(KeyView(key)));
     return !reference.IsEmpty();
 }
 
 UsageReference UsageLog::GetCounterReference(wchar_t const* key) {
-    return UsageReference(store_->FindOrCreate(KeyView(key), UsageType::Counter, 0));
+    return UsageReference(Store().FindOrCreate(KeyView(key), UsageType::Counter, 0));
 }
 
 UsageReference UsageLog::GetTimerReference(wchar_t const* key) {
-    return UsageReference(store_->FindOrCreate(KeyView(key), UsageType::Timer, 0));
+    return UsageReference(Store().FindOrCreate(KeyView(key), UsageType::Timer, 0));
 }
 
-void UsageLog::InitializeCounter(wchar_t const* key) { store_->FindOrCreate(KeyView(key), UsageType::Counter, 0); }
+void UsageLog::InitializeCounter(wchar_t const* key) { Store().FindOrCreate(KeyView(key), UsageType::Counter, 0); }
 
-void UsageLog::InitializeTimer(wchar_t const* key) { store_->FindOrCreate(KeyView(key), UsageType::Timer, 0); }
+void UsageLog::InitializeTimer(wchar_t const* key) { Store().FindOrCreate(KeyView(key), UsageType::Timer, 0); }
 
 void UsageLog::InitializeDate(wchar_t const* key, bool) {
     if (!ContainsKey(key))
-        store_->FindOrCreate(KeyView(key), UsageType::Date, static_cast<std::uint32_t>(DateTime::Now().ToDateInt()));
+        Store().FindOrCreate(KeyView(key), UsageType::Date, static_cast<std::uint32_t>(DateTime::Now().ToDateInt()));
 }
 
 void UsageLog::Increment(wchar_t const* key, int by) {
-    store_->Add(KeyView(key), UsageType::Counter, static_cast<std::uint32_t>(by));
+    Store().Add(KeyView(key), UsageType::Counter, static_cast<std::uint32_t>(by));
 }
 
 void UsageLog::IncrementTimer(wchar_t const* key, int seconds) {
-    store_->Add(KeyView(key), UsageType::Timer, static_cast<std::uint32_t>(seconds));
+    Store().Add(KeyView(key), UsageType::Timer, static_cast<std::uint32_t>(seconds));
 }
 
 void UsageLog::SetDate(wchar_t const* key, DateTime const& date, bool addToHistory) {
@@ -151,20 +152,26 @@ void UsageLog::SetDate(wchar_t const* key, DateTime const& date, bool addToHisto
 }
 
 void UsageLog::SetDate(wchar_t const* key, unsigned int date, bool addToHistory) {
-    store_->Set(KeyView(key), UsageType::Date, date, addToHistory);
+    Store().Set(KeyView(key), UsageType::Date, date, addToHistory);
 }
 
 void UsageLog::SetExternalDate(wchar_t const* key, DateTime const& date) {
-    store_->Set(KeyView(key), UsageType::Date | UsageType::External, static_cast<std::uint32_t>(date.ToDateInt()),
+    Store().Set(KeyView(key), UsageType::Date | UsageType::External, static_cast<std::uint32_t>(date.ToDateInt()),
                 false);
 }
 
-bool UsageLog::TryDeleteItem(wchar_t const* key) { return store_->Delete(KeyView(key)); }
+bool UsageLog::TryDeleteItem(wchar_t const* key) { return Store().Delete(KeyView(key)); }
 
 UsageTimer UsageLog::CreateAutomaticTimer(wchar_t const* key) {
-    return UsageTimer(store_->FindOrCreate(KeyView(key), UsageType::Timer, 0));
+    return UsageTimer(Store().FindOrCreate(KeyView(key), UsageType::Timer, 0));
 }
 
-void UsageLog::CommitAllTimers() { store_->CommitAllTimers(); }
+void UsageLog::CommitAllTimers() { Store().CommitAllTimers(); }
 
-void UsageLog::SaveChanges() { store_->SaveChanges(); }
+void UsageLog::SaveChanges() { Store().SaveChanges(); }
+
+// A thread in a host sandbox works on the sandbox's copy of the store.
+UsageStore& UsageLog::Store() const {
+    HostSandbox* sandbox = HostSandbox::Active();
+    return sandbox != nullptr ? sandbox->Store() : *store_;
+}

@@ -48,5 +48,6 @@ void AddRunlogBuiltin();
 void AddExternalBuiltin();
 void AddAutotestBuiltin();
 void AddExitBuiltin();
+void AddForecastBuiltin();
 
 }  // namespace Shell

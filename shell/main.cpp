@@ -188,6 +188,7 @@ void AddBuiltins() {
     Shell::AddExternalBuiltin();
     Shell::AddAutotestBuiltin();
     Shell::AddExitBuiltin();
+    Shell::AddForecastBuiltin();
 }
 
 // Gives false when the script cannot be read.

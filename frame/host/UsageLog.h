@@ -128,8 +128,9 @@ public:
     void CommitAllTimers();
     void SaveChanges();
 
-    // Host side.
-    UsageStore& Store() { return *store_; }
+    // Host side: the store that the calling thread works on, the sandbox's
+    // copy on a thread in a host sandbox.
+    UsageStore& Store() const;
 
 private:
     std::unique_ptr<UsageStore> store_;
