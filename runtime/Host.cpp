@@ -11,6 +11,7 @@
 #include <mutex>
 
 #include "AutomaticTestEntry.h"
+#include "DataFolderLock.h"
 #include "Runs.h"
 #include "System.h"
 #include "UsageStore.h"
@@ -23,6 +24,7 @@ struct CommandEntry {
     WString usage;                     // builtins: help lines, "\n" between
 };
 
+DataFolderLock dataFolderLock;  // the folder this process serves
 std::mutex tableMutex;
 std::map<std::wstring, CommandEntry> commandTable;
 // Automatic tests by the file name that offered them, in load order.
@@ -122,7 +124,11 @@ bool OpenDataFolder(WString const& dir, std::string& error) {
         error = "data folder " + given + " is not a folder";
         return false;
     }
-    fs::create_directories(folder / "log", failure);
+    // The lock comes before anything in the folder is made or read, so a
+    // refused start changes nothing.
+    fs::create_directories(folder, failure);
+    if (!failure && !dataFolderLock.Acquire(folder.lexically_normal().string(), error)) return false;
+    if (!failure) fs::create_directories(folder / "log", failure);
     if (failure) {
         error = "data folder " + given + ": " + failure.message();
         return false;
@@ -130,6 +136,7 @@ bool OpenDataFolder(WString const& dir, std::string& error) {
     std::string storeError;
     if (!System::usage.Store().Open((folder / "usage.db").string(), storeError)) {
         error = "usage store " + (folder / "usage.db").string() + ": " + storeError;
+        dataFolderLock.Release();
         return false;
     }
     WString path = WString::FromUtf8(folder.lexically_normal().string());
