@@ -99,11 +99,17 @@ public:
         if (capacity > slots_.size()) Rebuild(capacity);
     }
 
-    // The key must be absent.
-    void Insert(std::uint32_t hash, std::uint32_t place) {
+    // Enters `place` for the key unless the key is there: then its place.
+    // One probe does both, which counts when a million keys are loaded.
+    template <typename Key, typename KeyAt>
+    std::uint32_t InsertUnlessPresent(Key const& key, std::uint32_t hash, std::uint32_t place, KeyAt const& keyAt) {
         Reserve(used_ + 1);
-        Put(hash, place);
+        std::size_t i = hash & Mask();
+        for (; slots_[i].place != NotFound; i = (i + 1) & Mask())
+            if (slots_[i].hash == hash && FoldedEqual(keyAt(slots_[i].place), key)) return slots_[i].place;
+        slots_[i] = Slot{hash, place};
         ++used_;
+        return NotFound;
     }
 
     void Erase(std::uint32_t hash, std::uint32_t place) {
@@ -211,10 +217,11 @@ struct UsageItems : std::enable_shared_from_this<UsageItems> {
     std::uint64_t lastTimerId = 0;
 
     // All below: the caller holds `mutex`.
+    UsageKey const& KeyAt(std::uint32_t place) const { return ordered[place]->key; }
+
     template <typename Key>
     std::uint32_t PlaceOf(Key const& key) const {
-        return index.Find(key, FoldedHash(key),
-                          [this](std::uint32_t place) -> UsageKey const& { return ordered[place]->key; });
+        return index.Find(key, FoldedHash(key), [this](std::uint32_t place) -> UsageKey const& { return KeyAt(place); });
     }
 
     std::shared_ptr<UsageData> Find(std::wstring_view key) const {
@@ -230,11 +237,15 @@ struct UsageItems : std::enable_shared_from_this<UsageItems> {
         return item;
     }
 
-    // Takes in an item whose key is not there yet.
-    void Adopt(std::shared_ptr<UsageData> const& item) {
-        item->slot = static_cast<std::uint32_t>(ordered.size());
+    // Takes in an item unless its key is there already; false then.
+    bool Adopt(std::shared_ptr<UsageData> const& item) {
+        auto place = static_cast<std::uint32_t>(ordered.size());
+        auto keyAt = [this](std::uint32_t at) -> UsageKey const& { return KeyAt(at); };
+        if (index.InsertUnlessPresent(item->key, FoldedHash(item->key), place, keyAt) != KeyIndex::NotFound)
+            return false;
+        item->slot = place;
         ordered.push_back(item);
-        index.Insert(FoldedHash(item->key), item->slot);
+        return true;
     }
 
     bool Erase(std::wstring_view key) {
@@ -320,29 +331,53 @@ UsageStore::~UsageStore() {
     items_->Clear();
 }
 
-bool UsageStore::Open(std::string const& path, std::string& error) {
-    std::vector<std::shared_ptr<UsageData>> loaded;
-    std::weak_ptr<UsageItems> owner = items_;
-    auto take = [&](UsageRowView const& row) {
+namespace {
+
+// Puts the rows of the file straight into the store, which the caller holds
+// locked: no second copy of a million items is ever made.
+class StoreLoader : public UsageRowSink {
+public:
+    explicit StoreLoader(UsageItems& items) : items_(items) {}
+
+    bool Started() const { return started_; }
+
+    void Expect(std::size_t rows) override {
+        started_ = true;
+        items_.Clear();
+        items_.ordered.reserve(rows);
+        items_.index.Reserve(rows);
+    }
+
+    void Take(UsageRowView const& row) override {
         UsageKey key = IsAscii(row.key) ? UsageKey(row.key) : UsageKey(WString::FromUtf8(std::string(row.key)).str);
-        auto item = std::make_shared<UsageData>(std::move(key), row.type, row.value, owner);
+        auto item = std::make_shared<UsageData>(std::move(key), row.type, row.value, items_.weak_from_this());
         item->mayBeInFile = true;
         if (*row.history != '\0') {
             item->history = std::make_unique<std::vector<int>>(ParseUsageHistory(row.history));
             item->hasHistory.store(!item->history->empty());
         }
-        loaded.push_back(std::move(item));
-    };
+        items_.Adopt(item);  // a second row of one key (a file not made here) is dropped
+    }
+
+private:
+    UsageItems& items_;
+    bool started_ = false;
+};
+
+}  // namespace
+
+bool UsageStore::Open(std::string const& path, std::string& error) {
     std::lock_guard fileLock(fileMutex_);
-    UsageStoreFile::Refusal refusal;
-    auto file = UsageStoreFile::Open(path, take, refusal, error);
-    if (!file) return false;
     std::lock_guard lock(items_->mutex);
-    items_->Clear();
-    items_->index.Reserve(loaded.size());
-    items_->ordered.reserve(loaded.size());
-    for (auto const& item : loaded)
-        if (items_->PlaceOf(item->key) == KeyIndex::NotFound) items_->Adopt(item);
+    StoreLoader loader(*items_);
+    UsageStoreFile::Refusal refusal;
+    auto file = UsageStoreFile::Open(path, loader, refusal, error);
+    if (!file) {
+        // Refused before the rows: the items in memory stay; failed while
+        // reading them: the store is left empty rather than half read.
+        if (loader.Started()) items_->Clear();
+        return false;
+    }
     file_ = std::move(file);
     return true;
 }

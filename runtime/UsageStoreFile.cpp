@@ -222,7 +222,7 @@ bool UsageStoreFile::Prepare(char const* sql, sqlite3_stmt*& statement, std::str
     return false;
 }
 
-std::unique_ptr<UsageStoreFile> UsageStoreFile::Open(std::string const& path, UsageRowSink const& sink,
+std::unique_ptr<UsageStoreFile> UsageStoreFile::Open(std::string const& path, UsageRowSink& sink,
                                                      Refusal& refusal, std::string& error) {
     error.clear();
     refusal = Refusal::CannotOpen;
@@ -240,11 +240,14 @@ std::unique_ptr<UsageStoreFile> UsageStoreFile::Open(std::string const& path, Us
     }
     sqlite3_busy_timeout(db, BusyTimeoutMs);
     if (!file->Execute("PRAGMA journal_mode=WAL", error) || !file->Execute("PRAGMA synchronous=FULL", error) ||
-        !file->ReadRows(sink, error) ||
+        // The key is left out of the update: rewriting it would move its
+        // index entry. A key created again in another spelling was deleted
+        // first in the same transaction, so its row is new.
         !file->Prepare("INSERT INTO usage_item(key, type, value, history) VALUES(?1, ?2, ?3, ?4)"
-                       " ON CONFLICT(key) DO UPDATE SET key = ?1, type = ?2, value = ?3, history = ?4",
+                       " ON CONFLICT(key) DO UPDATE SET type = ?2, value = ?3, history = ?4",
                        file->upsert_, error) ||
-        !file->Prepare("DELETE FROM usage_item WHERE key = ?1", file->delete_, error)) {
+        !file->Prepare("DELETE FROM usage_item WHERE key = ?1", file->delete_, error) ||
+        !file->ReadRows(sink, error)) {
         if (IsLockedCode(sqlite3_extended_errcode(db))) {
             refusal = Refusal::Locked;
             error = "locked by another process";
@@ -255,7 +258,13 @@ std::unique_ptr<UsageStoreFile> UsageStoreFile::Open(std::string const& path, Us
     return file;
 }
 
-bool UsageStoreFile::ReadRows(UsageRowSink const& sink, std::string& error) {
+bool UsageStoreFile::ReadRows(UsageRowSink& sink, std::string& error) {
+    // The largest rowid bounds the row count without a scan of the table.
+    StatementGuard largest;
+    if (!Prepare("SELECT max(rowid) FROM usage_item", largest.statement, error)) return false;
+    sqlite3_int64 rows = sqlite3_step(largest.statement) == SQLITE_ROW ? sqlite3_column_int64(largest.statement, 0) : 0;
+    sink.Expect(static_cast<std::size_t>(rows > 0 ? rows : 0));
+
     // One prepared statement streams the table, so no copy of it is held.
     StatementGuard select;
     if (!Prepare("SELECT key, type, value, history FROM usage_item", select.statement, error)) return false;
@@ -265,7 +274,7 @@ bool UsageStoreFile::ReadRows(UsageRowSink const& sink, std::string& error) {
         auto key = reinterpret_cast<char const*>(sqlite3_column_text(row, 0));
         auto keyBytes = static_cast<std::size_t>(sqlite3_column_bytes(row, 0));
         auto history = reinterpret_cast<char const*>(sqlite3_column_text(row, 3));
-        sink(UsageRowView{std::string_view(key != nullptr ? key : "", keyBytes),
+        sink.Take(UsageRowView{std::string_view(key != nullptr ? key : "", keyBytes),
                           static_cast<UsageDataType>(sqlite3_column_int64(row, 1)),
                           static_cast<std::uint32_t>(sqlite3_column_int64(row, 2)), history != nullptr ? history : ""});
     }

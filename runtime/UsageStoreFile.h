@@ -13,7 +13,6 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -39,19 +38,28 @@ struct UsageRowView {
     std::uint32_t value;
     char const* history;   // "date,date,...", possibly empty
 };
-using UsageRowSink = std::function<void(UsageRowView const&)>;
+// Takes the rows of the file as they are read.
+class UsageRowSink {
+public:
+    virtual ~UsageRowSink() = default;
+    // Before the first row, once the file is known to be a usage store:
+    // about how many rows follow (at least as many as there are).
+    virtual void Expect(std::size_t rows) = 0;
+    virtual void Take(UsageRowView const& row) = 0;
+};
 
 class UsageStoreFile {
 public:
     enum class Refusal { None, CannotOpen, NotAStore, Locked };
 
     // Opens the file, creating it with the schema when it is missing, and
-    // hands every item to `sink`. A file that is not a usage store is refused
+    // hands every item to `sink`; a failure after the first row leaves the
+    // sink with part of them. A file that is not a usage store is refused
     // before anything is written to it (tables and columns are checked on a
     // read-only connection); a file that another process holds locked is
     // refused as locked. On refusal: null, `refusal` and `error` set (without
     // the path, which the caller names).
-    static std::unique_ptr<UsageStoreFile> Open(std::string const& path, UsageRowSink const& sink, Refusal& refusal,
+    static std::unique_ptr<UsageStoreFile> Open(std::string const& path, UsageRowSink& sink, Refusal& refusal,
                                                 std::string& error);
     ~UsageStoreFile();
     UsageStoreFile(UsageStoreFile const&) = delete;
@@ -67,7 +75,7 @@ private:
     UsageStoreFile(sqlite3* db, std::string path);
     bool Execute(char const* sql, std::string& error);
     bool Prepare(char const* sql, sqlite3_stmt*& statement, std::string& error);
-    bool ReadRows(UsageRowSink const& sink, std::string& error);
+    bool ReadRows(UsageRowSink& sink, std::string& error);
     std::string LastError() const;
 
     sqlite3* db_;

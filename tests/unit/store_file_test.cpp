@@ -202,7 +202,7 @@ TEST_F(StoreFile, RefusesFilesThatAreNoUsageStoreOrCannotBeOpened) {
         EXPECT_FALSE(usage.Store().Open(path, error));
         EXPECT_NE(error.find("not a usage store"), std::string::npos) << path << ": " << error;
         EXPECT_FALSE(usage.Store().IsOpen());
-        EXPECT_EQ(ReadFile(path), before) << path;
+        EXPECT_TRUE(ReadFile(path) == before) << path << " was changed";
         EXPECT_FALSE(fs::exists(path + "-wal")) << path;
         EXPECT_FALSE(fs::exists(path + "-shm")) << path;
     }
