@@ -43,7 +43,7 @@ class UsageRowSink {
 public:
     virtual ~UsageRowSink() = default;
     // Before the first row, once the file is known to be a usage store:
-    // about how many rows follow (at least as many as there are).
+    // how many rows follow.
     virtual void Expect(std::size_t rows) = 0;
     virtual void Take(UsageRowView const& row) = 0;
 };
