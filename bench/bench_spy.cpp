@@ -3,6 +3,9 @@
 // as a share of one core (the goal is below 1 %). SpyFlush: the time of
 // "UsageLogSpy flush" against a monitor that polls once an hour, after 1 000
 // items have changed; every flush must bring out all 1 000 lines.
+// SpyFlushAfterNewKey/N: the same after one new key in a store grown to N
+// items, so the monitor's pass reads and merges the key list; the flush must
+// bring out the new key's line.
 #include <benchmark/benchmark.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -30,23 +33,23 @@ constexpr int ChangedItems = 1000;
 
 std::wstring ItemKey(int i) { return L"Bench.Item" + std::to_wstring(i) + L".Count"; }
 
-void OpenStoreOnce() {
-    static bool const opened = [] {
-        OpenBenchHost("bench_spy");
-        for (int i = 0; i < StoreItems; ++i) System::usage.Increment(ItemKey(i).c_str(), 1);
-        return true;
-    }();
+// Grows the store to `items` items of value 1.
+void OpenStoreWith(int items = StoreItems) {
+    static int const opened = (OpenBenchHost("bench_spy"), 0);
     (void)opened;
+    for (int i = static_cast<int>(System::usage.Count()); i < items; ++i)
+        System::usage.Increment(ItemKey(i).c_str(), 1);
 }
 
 // A monitor on a thread of its own whose lines are only counted.
 class Monitor {
 public:
     explicit Monitor(char const* line) {
+        long const items = System::usage.Count();
         run_ = std::async(std::launch::async, [this, line = WString(line)] {
             return Host::RunLine(line, Pipe([this](WString const&) { ++lines_; }));
         });
-        while (lines_ < StoreItems) std::this_thread::sleep_for(10ms);  // the dump
+        while (lines_ < items) std::this_thread::sleep_for(10ms);  // the dump
         std::this_thread::sleep_for(200ms);                               // into its first sleep
     }
     ~Monitor() {
@@ -68,7 +71,7 @@ double CpuSeconds() {
 }
 
 void SpyIdle(benchmark::State& state) {
-    OpenStoreOnce();
+    OpenStoreWith();
     Monitor monitor("UsageLogSpy -d1");
     double wallSeconds = static_cast<double>(state.range(0));
     double cpu = 0.0;
@@ -79,12 +82,12 @@ void SpyIdle(benchmark::State& state) {
         state.SetIterationTime(wallSeconds);
     }
     state.counters["cpu_percent_of_one_core"] = 100.0 * cpu / wallSeconds;
-    state.counters["lines_while_idle"] = static_cast<double>(monitor.Lines() - StoreItems);
+    state.counters["lines_while_idle"] = static_cast<double>(monitor.Lines() - System::usage.Count());
 }
 BENCHMARK(SpyIdle)->Arg(30)->Iterations(1)->UseManualTime()->Unit(benchmark::kSecond);
 
 void SpyFlush(benchmark::State& state) {
-    OpenStoreOnce();
+    OpenStoreWith();
     Monitor monitor("UsageLogSpy -d3600");
     int round = 0;
     for (auto _ : state) {
@@ -103,6 +106,27 @@ void SpyFlush(benchmark::State& state) {
     }
 }
 BENCHMARK(SpyFlush)->Iterations(20)->Unit(benchmark::kMillisecond);
+
+void SpyFlushAfterNewKey(benchmark::State& state) {
+    OpenStoreWith(static_cast<int>(state.range(0)));
+    Monitor monitor("UsageLogSpy -d3600");
+    int round = 0;
+    for (auto _ : state) {
+        state.PauseTiming();
+        long before = monitor.Lines();
+        std::wstring key = L"Bench.New" + std::to_wstring(state.range(0)) + L"." + std::to_wstring(round++);
+        System::usage.Increment(key.c_str(), 1);
+        state.ResumeTiming();
+        unsigned int result = Host::RunLine(L"UsageLogSpy flush -w3600", Pipe([](WString const&) {})).number;
+        state.PauseTiming();
+        if (result != 0 || monitor.Lines() - before != 1) {
+            state.SkipWithError("the flush did not bring out the new key");
+            break;
+        }
+        state.ResumeTiming();
+    }
+}
+BENCHMARK(SpyFlushAfterNewKey)->Arg(20000)->Arg(100000)->Iterations(3)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 }  // namespace
 

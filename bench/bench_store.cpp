@@ -1,7 +1,9 @@
 // The usage store under the load of an instrument with many items: one
 // increment, a prefix pattern, a save of one change in a small and a large
-// store, and the memory an item costs.
+// store, the memory an item costs, a save of a million dirty items, and
+// "UsageLog -c Control.*" over 250 000 matching items of a million.
 #include <benchmark/benchmark.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -13,11 +15,14 @@
 #include <vector>
 
 #include "UsageLog.h"
+#include "bench_host.h"
+#include "frame/host/System.h"
 #include "runtime/UsageStore.h"
 
 namespace {
 
 constexpr int StoreSize = 100000;
+constexpr int LargeStoreSize = 1000000;
 
 // Keys of the shapes the firmware uses; a quarter of them start with "Control.".
 std::wstring RealisticKey(int i) {
@@ -43,6 +48,13 @@ void Fill(UsageLog& usage, int items) {
         else
             usage.Increment(key.c_str(), i);
     }
+}
+
+double ProcessCpuSeconds() {
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    auto seconds = [](timeval const& t) { return static_cast<double>(t.tv_sec) + t.tv_usec / 1e6; };
+    return seconds(usage.ru_utime) + seconds(usage.ru_stime);
 }
 
 long ResidentBytes() {
@@ -91,15 +103,47 @@ private:
 SavedStores savedStores;
 
 void BM_ResidentMemoryPerItem(benchmark::State& state) {
+    int items = static_cast<int>(state.range(0));
     for (auto _ : state) {
         long before = ResidentBytes();
         auto usage = std::make_unique<UsageLog>();
-        Fill(*usage, StoreSize);
+        Fill(*usage, items);
         long after = ResidentBytes();
-        state.counters["bytes_per_item"] = static_cast<double>(after - before) / StoreSize;
+        state.counters["bytes_per_item"] = static_cast<double>(after - before) / items;
     }
 }
-BENCHMARK(BM_ResidentMemoryPerItem)->Iterations(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ResidentMemoryPerItem)->Arg(StoreSize)->Arg(LargeStoreSize)->Iterations(1)->Unit(benchmark::kMillisecond);
+
+// Every item of a saved store of a million changed, then one save.
+void BM_SaveAllItemsDirty(benchmark::State& state) {
+    UsageLog& usage = savedStores.Get(LargeStoreSize);
+    for (auto _ : state) {
+        state.PauseTiming();
+        for (int i = 0; i < LargeStoreSize; ++i) usage.Increment(RealisticKey(i).c_str(), 1);
+        state.ResumeTiming();
+        usage.SaveChanges();
+    }
+    state.counters["rows"] = usage.Store().LastSaveRowCount();
+}
+BENCHMARK(BM_SaveAllItemsDirty)->Iterations(2)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// The command line as the firmware runs it, in the host with the plug-in.
+void BM_UsageLogResetControlPrefix(benchmark::State& state) {
+    static std::filesystem::path const dir = OpenBenchHost("bench_store");
+    static bool const filled = (Fill(System::usage, LargeStoreSize), true);
+    (void)filled;
+    unsigned int result = 0;
+    // The command runs on a thread of its own: the process's CPU time is its.
+    double cpuBefore = ProcessCpuSeconds();
+    for (auto _ : state) result = Host::RunLine(L"UsageLog -c Control.*", Pipe([](WString const&) {})).number;
+    if (result != 0) state.SkipWithError("UsageLog -c failed");
+    state.counters["items"] = LargeStoreSize / 4;
+    state.counters["cpu_ms_per_run"] =
+        1000.0 * (ProcessCpuSeconds() - cpuBefore) / static_cast<double>(state.iterations());
+    Host::Shutdown();
+    std::filesystem::remove_all(dir);
+}
+BENCHMARK(BM_UsageLogResetControlPrefix)->Iterations(2)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 void BM_IncrementOneKey(benchmark::State& state) {
     UsageLog& usage = FilledStore();

@@ -3,6 +3,7 @@
 #include <climits>
 #include <cmath>
 #include <cwchar>
+#include <deque>
 #include <mutex>
 #include <optional>
 #include <vector>
@@ -47,6 +48,53 @@ static RunLogState runLogState;
 // Runs narrate concurrently; each handler holds this for its whole body so
 // that none sees another's half-done update.
 static std::mutex runLogStateMutex_lc;
+
+// The narration's lines, queued in the order of the state changes that made
+// them and written once the state lock is let go: whichever run finds nobody
+// writing writes the queue out, so no run waits for the disk while it holds
+// the state, and no line overtakes an earlier one.
+class RunLogQueue {
+public:
+    // The caller holds runLogStateMutex_lc.
+    void Add(WString line) {
+        std::lock_guard<std::mutex> lock(mutex);
+        lines.push_back(std::move(line));
+    }
+
+    // The caller holds no narration lock.
+    void WriteOut() {
+        std::unique_lock<std::mutex> lock(mutex);
+        if (writing) return;
+        writing = true;
+        while (!lines.empty()) {
+            std::deque<WString> batch;
+            batch.swap(lines);
+            lock.unlock();
+            for (WString& line : batch) System::runLog.WriteLine(std::move(line));
+            lock.lock();
+        }
+        writing = false;
+    }
+
+private:
+    std::mutex mutex;
+    std::deque<WString> lines;
+    bool writing = false;
+};
+static RunLogQueue runLogLines_lc;
+
+// A handler's hold on the narration's state; its lines go out after it.
+class RunLogStateLock {
+public:
+    RunLogStateLock() : lock(runLogStateMutex_lc) {}
+    ~RunLogStateLock() {
+        lock.unlock();
+        runLogLines_lc.WriteOut();
+    }
+
+private:
+    std::unique_lock<std::mutex> lock;
+};
 
 UsageLogCommand::UsageLogCommand() : saveWhenDone(false), runLogExitState(0) {}
 
@@ -420,26 +468,26 @@ bool UsageLogCommand::IsMultiStepTool(WString const& toolName) {
 }
 
 void UsageLogCommand::RunLogHandleDateUpdate(WString const& key) {
-    std::lock_guard<std::mutex> lock(runLogStateMutex_lc);
+    RunLogStateLock lock;
     RunLogState& state = runLogState;
     if (!System::runLog.enabled) return;
     if (key.StartsWith(L"Control.Standby", IgnoreCase)) return;
     if (key.StartsWith(L"Control.Temp", IgnoreCase)) return;
     if (key.Equals(L"Control.Chip.Undock.Date", IgnoreCase)) {
-        System::runLog.WriteLine(L"Undock");
+        runLogLines_lc.Add(WString(L"Undock"));
         state.chipName.str.clear();
         return;
     }
     if (key.Equals(L"Control.Chip.Dock.Date", IgnoreCase)) {
-        System::runLog.WriteLine(L"Dock %s", state.chipName.c_str());
+        runLogLines_lc.Add(WString::Format(L"Dock %s", state.chipName.c_str()));
         return;
     }
     if (key.Equals(L"Control.Abort.Date", IgnoreCase)) {
-        System::runLog.WriteLine(L"Abort");
+        runLogLines_lc.Add(WString(L"Abort"));
         return;
     }
     if (key.Equals(L"Control.AbortWithWash.Date", IgnoreCase)) {
-        System::runLog.WriteLine(L"AbortWithWash");
+        runLogLines_lc.Add(WString(L"AbortWithWash"));
         return;
     }
     if (key.StartsWith(L"Control.", IgnoreCase) && key.EndsWith(L".Date", IgnoreCase)) {
@@ -453,7 +501,7 @@ void UsageLogCommand::RunLogHandleDateUpdate(WString const& key) {
         runLogExitState = 1;
         state.operationName = name;
         state.multiStepToolName.str.clear();
-        System::runLog.WriteLine(L"%s Start", name.c_str());
+        runLogLines_lc.Add(WString::Format(L"%s Start", name.c_str()));
         return;
     }
     if (!state.toolDatePending) return;
@@ -474,11 +522,11 @@ void UsageLogCommand::RunLogHandleDateUpdate(WString const& key) {
         state.multiStepToolName.str.clear();
     }
     state.operationName = name;
-    System::runLog.WriteLine(L"%s Start", name.c_str());
+    runLogLines_lc.Add(WString::Format(L"%s Start", name.c_str()));
 }
 
 void UsageLogCommand::RunLogHandleIncrementCounter(WString const& key) {
-    std::lock_guard<std::mutex> lock(runLogStateMutex_lc);
+    RunLogStateLock lock;
     RunLogState& state = runLogState;
     if (!System::runLog.enabled) return;
     if (key.Equals(L"Control.Abort.SuccessCount", IgnoreCase)) return;
@@ -493,11 +541,11 @@ void UsageLogCommand::RunLogHandleIncrementCounter(WString const& key) {
         return;
     }
     if (key.Equals(L"Control.Temperature.Wait.SuccessCount", IgnoreCase)) {
-        System::runLog.WriteLine(L"Temperature Wait Ready");
+        runLogLines_lc.Add(WString(L"Temperature Wait Ready"));
         return;
     }
     if (key.Equals(L"Control.Temperature.Wait.AbortCount", IgnoreCase)) {
-        System::runLog.WriteLine(L"Temperature Wait Abort");
+        runLogLines_lc.Add(WString(L"Temperature Wait Abort"));
         return;
     }
     if (state.operationName.IsEmpty()) return;
@@ -514,7 +562,7 @@ void UsageLogCommand::RunLogHandleIncrementCounter(WString const& key) {
         result = L"Abort";
     else
         return;
-    System::runLog.WriteLine(WString(state.operationName.str + L" " + result));
+    runLogLines_lc.Add(WString(state.operationName.str + L" " + result));
     state.toolDatePending = false;
     state.operationName.str.clear();
     // After "Ready" the chain stays, so the tool's next start is its next step.
@@ -553,11 +601,11 @@ void UsageLogCommand::LogAnalysisTemperature(WString& targetText) {
         else
             line.AppendFormat(L"%d(%.1f)", roundedTarget, tray);
     }
-    System::runLog.WriteLine(line);
+    runLogLines_lc.Add(line);
 }
 
 void UsageLogCommand::RunLogHandleMeasureTimeStart(WString const& key) {
-    std::lock_guard<std::mutex> lock(runLogStateMutex_lc);
+    RunLogStateLock lock;
     RunLogState& state = runLogState;
     if (!System::runLog.enabled) return;
     if (key.Equals(L"Run.CycleTime", IgnoreCase)) {
@@ -570,7 +618,8 @@ void UsageLogCommand::RunLogHandleMeasureTimeStart(WString const& key) {
             else
                 trayText.str += L", no tray";
         }
-        System::runLog.WriteLine(L"Cycle %u, %s%s", state.cycleNumber, state.cycleRateText.c_str(), trayText.c_str());
+        runLogLines_lc.Add(WString::Format(L"Cycle %u, %s%s", state.cycleNumber, state.cycleRateText.c_str(),
+                                           trayText.c_str()));
         runLogExitState = 2;
         return;
     }

@@ -1,5 +1,8 @@
 #include "UsageLogSpy.h"
 
+#include <string>
+#include <unordered_set>
+
 #include "../frame/DllRegistryUtils.h"
 #include "../frame/host/System.h"
 #include "../usage/Utilities.h"
@@ -14,6 +17,13 @@ constexpr std::int32_t FlushPasses = 2;
 // Value of an item that joined after the dump and has not been sent yet.
 constexpr int NotYetSent = -1000;
 constexpr unsigned int DefaultFlushWaitMs = 20000;
+
+// The key as the store tells keys apart: without regard to letter case.
+std::wstring FoldedKey(WString const& key) {
+    std::wstring folded = key.str;
+    for (wchar_t& c : folded) c = FoldAsciiCase(c);
+    return folded;
+}
 }  // namespace
 
 UsageLogSpy::UsageLogSpy() : pollIntervalMs(0), flushPassesLeft(0) {}
@@ -88,8 +98,14 @@ ExitCode UsageLogSpy::Main(ArgumentList& args, Options& options) {
             // New items go to the end, unsorted, marked as not yet sent.
             WStringArray freshKeys;
             System::usage.GetAllKeys(freshKeys);
+            // One pass over each list: a search of the whole list per fresh
+            // key would take minutes on a large store.
+            std::unordered_set<std::wstring> known;
+            known.reserve(spyKeys.count);
+            for (unsigned int position = 0; position < spyKeys.count; ++position)
+                known.insert(FoldedKey(spyKeys[position]));
             for (unsigned int index = 0; index < freshKeys.count; ++index) {
-                if (spyKeys.IndexOf(freshKeys[index], true, 0) < 0) {
+                if (known.insert(FoldedKey(freshKeys[index])).second) {
                     spyKeys.Add(freshKeys[index]);
                     spyValues.Add(NotYetSent);
                 }

@@ -12,6 +12,7 @@
 #include <mutex>
 
 #include "AutomaticTestEntry.h"
+#include "DataFolderLock.h"
 #include "RunThreads.h"
 #include "Runs.h"
 #include "System.h"
@@ -26,6 +27,7 @@ struct CommandEntry {
     Host::BuiltinWords words = Host::BuiltinWords::AllOwn;
 };
 
+DataFolderLock dataFolderLock;  // the folder this process serves
 std::mutex tableMutex;
 std::map<std::wstring, CommandEntry> commandTable;
 // Automatic tests by the file name that offered them, in load order.
@@ -179,7 +181,11 @@ bool OpenDataFolder(WString const& dir, std::string& error) {
         error = "data folder " + given + " is not a folder";
         return false;
     }
-    fs::create_directories(folder / "log", failure);
+    // The lock comes before anything in the folder is made or read, so a
+    // refused start changes nothing.
+    fs::create_directories(folder, failure);
+    if (!failure && !dataFolderLock.Acquire(folder.lexically_normal().string(), error)) return false;
+    if (!failure) fs::create_directories(folder / "log", failure);
     if (failure) {
         error = "data folder " + given + ": " + failure.message();
         return false;
@@ -187,6 +193,7 @@ bool OpenDataFolder(WString const& dir, std::string& error) {
     std::string storeError;
     if (!System::usage.Store().Open((folder / "usage.db").string(), storeError)) {
         error = "usage store " + (folder / "usage.db").string() + ": " + storeError;
+        dataFolderLock.Release();
         return false;
     }
     WString path = WString::FromUtf8(folder.lexically_normal().string());

@@ -16,9 +16,11 @@ class AutomaticTestEntry;
 
 namespace Host {
 
-// Creates DIR and DIR/log when missing, opens (or creates) DIR/usage.db and
-// reads DIR/config.ini. False with a message when the folder, the store or
-// the configuration cannot be used; the store's file is then left untouched.
+// Creates DIR and DIR/log when missing, takes the folder's lock (one host per
+// data folder; the folder held before is let go), opens (or creates)
+// DIR/usage.db and reads DIR/config.ini. False with a message when the folder
+// is in use, or the folder, the store or the configuration cannot be used;
+// the store's file is then left untouched.
 bool OpenDataFolder(WString const& dir, std::string& error);
 
 // dlopen with global symbols, then the registry's calling order: select the

@@ -31,8 +31,8 @@ UsageReference& UsageReference::operator=(UsageReference const& other) = default
 UsageReference::~UsageReference() = default;
 
 WString const& UsageReference::GetKey() const {
-    static WString const noKey;
-    return data_ ? data_->key : noKey;
+    if (data_ && key_.str.empty()) key_ = WString(data_->key.ToWide());
+    return key_;
 }
 
 UsageDataType UsageReference::GetDataType() const { return data_ ? data_->type.load() : 0; }

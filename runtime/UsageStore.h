@@ -1,8 +1,10 @@
 // The usage store behind UsageLog: the items in memory, their dirty state,
 // the running automatic timers and the link to the store's file.
 //
-// Keys are found without regard to ASCII letter case and without allocating.
-// Every operation takes the store's lock for itself only; values are read
+// Keys are found without regard to ASCII letter case and without allocating,
+// through a flat index: open addressing over the items' places in a
+// creation-order list, each slot a 32-bit hash and a 32-bit place, so that a
+// million items cost a few bytes each beyond their records. Every operation takes the store's lock for itself only; values are read
 // through references without a lock. A change marks its item dirty; a save
 // writes only the dirty items and the deletions since the last save, in one
 // transaction, and does its file work without holding the store's lock.
@@ -42,6 +44,10 @@ public:
     bool IsOpen() const;
     // Changes not yet saved: dirty items and pending deletions.
     unsigned int DirtyCount() const;
+    // Items whose state in memory differs from the file: an item created and
+    // deleted again since the last save is none, one deleted and created
+    // again is one.
+    unsigned int UnsavedItemCount() const;
     // Rows the last successful save wrote (upserts plus deletions).
     unsigned int LastSaveRowCount() const;
 
@@ -79,6 +85,3 @@ private:
     std::unique_ptr<UsageStoreFile> file_;
     std::atomic<unsigned int> lastSaveRowCount_{0};
 };
-
-// Case folding of usage keys: ASCII letters only.
-bool UsageKeyMatches(std::wstring_view pattern, std::wstring_view key);

@@ -239,7 +239,7 @@ int main(int argc, char** argv) {
     Host::Shutdown();
     // Unsaved changes are lost on exit, as on the instrument.
     if (interactive) {
-        unsigned int unsaved = System::usage.Store().DirtyCount();
+        unsigned int unsaved = System::usage.Store().UnsavedItemCount();
         if (unsaved != 0) Complain("usage changes left unsaved: " + std::to_string(unsaved));
     }
     if (!read) return StartFailureStatus;

@@ -74,6 +74,8 @@ public:
 
 private:
     std::shared_ptr<UsageData> data_;
+    // The store keeps keys compactly; the wide text is made on first request.
+    mutable WString key_;
 };
 
 // A running automatic timer: its destruction (also by an exception) adds the

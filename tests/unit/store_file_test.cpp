@@ -1,7 +1,9 @@
 // The usage store's file: round trips, saves that write only what changed,
-// failed saves, files that are not a usage store, and a save killed midway.
+// failed saves, files that are not a usage store or are locked, and a save
+// killed midway.
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sqlite3.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -128,10 +130,20 @@ TEST_F(StoreFile, SaveWritesOnlyWhatChanged) {
     usage.Increment(NumberedKey(9).c_str(), 1);
     usage.Increment(NumberedKey(9).c_str(), 1);
     usage.GetCounterReference(NumberedKey(10).c_str()).SetValue(5);
+    // Items, not changes: a saved item deleted and made again is one, an
+    // item made and deleted again since the save is none.
+    usage.TryDeleteItem(NumberedKey(11).c_str());
+    usage.SetDate(NumberedKey(11).c_str(), 20240101u, false);
+    usage.Increment(L"Made.And.Deleted", 1);
+    usage.TryDeleteItem(L"Made.And.Deleted");
+    EXPECT_EQ(usage.Store().UnsavedItemCount(), 4u);
+    usage.TryDeleteItem(NumberedKey(11).c_str());
+    EXPECT_EQ(usage.Store().UnsavedItemCount(), 4u);
     usage.SaveChanges();
-    EXPECT_EQ(usage.Store().LastSaveRowCount(), 3u);
+    EXPECT_EQ(usage.Store().LastSaveRowCount(), 4u);
+    EXPECT_EQ(usage.Store().UnsavedItemCount(), 0u);
     EXPECT_EQ(Query("SELECT count(*), sum(value) FROM usage_item"),
-              "999|" + std::to_string(999 * 1000 / 2 + 1 - 8 + 2 - 10 + 5) + "\n");
+              "998|" + std::to_string(999 * 1000 / 2 + 1 - 8 + 2 - 10 + 5 - 11) + "\n");
 }
 
 TEST_F(StoreFile, FailedSaveKeepsChangesLogsAndRetries) {
@@ -169,25 +181,59 @@ TEST_F(StoreFile, FailedSaveKeepsChangesLogsAndRetries) {
 
 TEST_F(StoreFile, RefusesFilesThatAreNoUsageStoreOrCannotBeOpened) {
     std::ofstream(db_) << "[Config]\nServiceInterval=30\n";
-    std::string foreign = dir_ + "/foreign.db";
-    ASSERT_EQ(system(("sqlite3 '" + foreign + "' \"CREATE TABLE usage_item(key TEXT); INSERT INTO usage_item "
-                                               "VALUES('x');\"")
-                         .c_str()),
-              0);
-    for (std::string const& path : {db_, foreign}) {
+    auto makeDatabase = [this](std::string const& name, std::string const& sql) {
+        std::string path = dir_ + "/" + name;
+        EXPECT_EQ(system(("sqlite3 '" + path + "' \"" + sql + "\" >/dev/null").c_str()), 0);
+        return path;
+    };
+    std::string const marker = "CREATE TABLE usage_store_format(version INTEGER); INSERT INTO usage_store_format "
+                               "VALUES(1);";
+    std::vector<std::string> refused = {
+        db_,
+        makeDatabase("foreign.db", "CREATE TABLE usage_item(key TEXT); INSERT INTO usage_item VALUES('x');"),
+        makeDatabase("marker_only.db", marker),
+        makeDatabase("no_history.db", marker + "CREATE TABLE usage_item(key TEXT, type INTEGER, value INTEGER);"),
+        makeDatabase("foreign_wal.db", "PRAGMA journal_mode=WAL; CREATE TABLE other(x);"),
+    };
+    for (std::string const& path : refused) {
         std::string before = ReadFile(path);
         UsageLog usage;
         std::string error;
         EXPECT_FALSE(usage.Store().Open(path, error));
-        EXPECT_NE(error.find("not a usage store"), std::string::npos) << error;
+        EXPECT_NE(error.find("not a usage store"), std::string::npos) << path << ": " << error;
         EXPECT_FALSE(usage.Store().IsOpen());
-        EXPECT_EQ(ReadFile(path), before);
-        EXPECT_FALSE(fs::exists(path + "-wal"));
+        EXPECT_TRUE(ReadFile(path) == before) << path << " was changed";
+        EXPECT_FALSE(fs::exists(path + "-wal")) << path;
+        EXPECT_FALSE(fs::exists(path + "-shm")) << path;
     }
     UsageLog usage;
     std::string error;
     EXPECT_FALSE(usage.Store().Open(dir_ + "/missing/usage.db", error));
     EXPECT_NE(error.find("unable to open"), std::string::npos) << error;
+}
+
+TEST_F(StoreFile, AStoreLockedByAnotherConnectionIsReportedAsLocked) {
+    {
+        UsageLog usage;
+        Open(usage);
+        usage.Increment(L"Kept.Count", 3);
+        usage.SaveChanges();
+    }
+    sqlite3* other = nullptr;
+    ASSERT_EQ(sqlite3_open(db_.c_str(), &other), SQLITE_OK);
+    ASSERT_EQ(sqlite3_exec(other, "PRAGMA locking_mode=EXCLUSIVE; BEGIN EXCLUSIVE; UPDATE usage_item SET value = 4;",
+                           nullptr, nullptr, nullptr),
+              SQLITE_OK);
+    UsageLog usage;
+    std::string error;
+    EXPECT_FALSE(usage.Store().Open(db_, error));
+    EXPECT_NE(error.find("locked"), std::string::npos) << error;
+    EXPECT_EQ(error.find("not a usage store"), std::string::npos) << error;
+    sqlite3_exec(other, "ROLLBACK", nullptr, nullptr, nullptr);
+    sqlite3_close(other);
+
+    Open(usage);
+    EXPECT_EQ(usage.GetUsageValue(L"Kept.Count", 1), 3);
 }
 
 TEST_F(StoreFile, KilledSaveLeavesAllOldOrAllNew) {
@@ -244,7 +290,9 @@ TEST_F(StoreFile, KilledSaveLeavesAllOldOrAllNew) {
     int value = check();
     EXPECT_EQ(value, 2);
 
-    std::mt19937 random(std::random_device{}());
+    unsigned int const seed = 4242;
+    std::printf("kill delays: seed %u\n", seed);
+    std::mt19937 random(seed);
     std::uniform_int_distribution<long long> delay(0, saveTime.count());
     for (int round = 0; round < 3; ++round) {
         child = startChild();

@@ -1,6 +1,15 @@
 // The run-log handlers' key rules, in-process: which key sets off which
-// line, which state it leaves for later runs, and how keys are compared.
+// line, which state it leaves for later runs, how keys are compared, and the
+// order of lines written by concurrent runs.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <condition_variable>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "usagelog_host_fixture.h"
@@ -91,6 +100,60 @@ TEST_F(UsageLogNarration, OnlyMeaningfulEventsOfEachCommandAreNarrated) {
     System::status.Set(L"InfoDateTimeValid", false);
     EXPECT_EQ(Run("UsageLog -c Control.E.Date -vD"), 8u);
     EXPECT_EQ(TakeRunLog(), Lines{});
+}
+
+TEST_F(UsageLogNarration, ConcurrencyLinesKeepTheirOrderAndNoRunWaitsForAnotherOnesWrite) {
+    // Steps of a chain are numbered under the narration's state: in the log
+    // they must stand in the order of their numbers.
+    constexpr int Threads = 4, Rounds = 25;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < Threads; ++t) {
+        threads.emplace_back([] {
+            for (int round = 0; round < Rounds; ++round)
+                Host::RunLine(L"UsageLog -c Control.Tool.Date Tool.Shutdown.Date -vD", Pipe([](WString const&) {}));
+        });
+    }
+    for (auto& thread : threads) thread.join();
+    Lines chain = TakeRunLog();
+    ASSERT_FALSE(chain.empty());
+    EXPECT_EQ(chain[0], "Shutdown Start");
+    for (std::size_t i = 1; i < chain.size(); ++i) EXPECT_EQ(chain[i], "Shutdown Step " + std::to_string(i + 1) + " Start");
+
+    // A run log that cannot be written yet (a pipe nobody reads): one of two
+    // narrating runs is stuck in the write, the other must still end.
+    std::string fifo = (dataDir_ / "log" / "run.log").string();
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    std::mutex mutex;
+    std::condition_variable ended;
+    int endedRuns = 0;
+    auto narrate = [&](wchar_t const* line) {
+        return std::thread([&, line] {
+            Host::RunLine(line, Pipe([](WString const&) {}));
+            std::lock_guard lock(mutex);
+            ++endedRuns;
+            ended.notify_all();
+        });
+    };
+    std::thread first = narrate(L"UsageLog -c Control.Abort.Date -vD");
+    std::thread second = narrate(L"UsageLog -c Control.AbortWithWash.Date -vD");
+    {
+        // Only a guard against waiting for ever: with the state held during
+        // the write both runs would hang.
+        std::unique_lock lock(mutex);
+        EXPECT_TRUE(ended.wait_for(lock, std::chrono::seconds(60), [&] { return endedRuns >= 1; }));
+    }
+    std::string text;
+    while (std::count(text.begin(), text.end(), '\n') < 2) {
+        int reader = open(fifo.c_str(), O_RDONLY);  // each line opens the log anew
+        char buffer[256];
+        for (ssize_t got; (got = read(reader, buffer, sizeof buffer)) > 0;) text.append(buffer, got);
+        close(reader);
+    }
+    first.join();
+    second.join();
+    std::filesystem::remove(fifo);
+    EXPECT_NE(text.find(" Abort\n"), std::string::npos) << text;
+    EXPECT_NE(text.find(" AbortWithWash\n"), std::string::npos) << text;
 }
 
 }  // namespace
