@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
-# Installs what the build, the tests and the benchmarks need (Debian packages).
+# Installs what the build, the tests and the benchmarks need (Debian packages),
+# and the packages named as arguments.
 set -eu
-packages="g++ cmake ninja-build pkg-config libsqlite3-dev sqlite3 libreadline-dev libgtest-dev libbenchmark-dev"
+packages="g++ cmake ninja-build pkg-config libsqlite3-dev sqlite3 libreadline-dev libgtest-dev libbenchmark-dev $*"
 missing=""
 for p in $packages; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing="$missing $p"

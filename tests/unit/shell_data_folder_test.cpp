@@ -20,7 +20,7 @@ struct Outcome {
 };
 
 Outcome RunLabshell(std::string const& arguments) {
-    std::string command = std::string(LABSHELL_BIN_DIR "/labshell ") + arguments + " 2>&1 </dev/null";
+    std::string command = std::string(LABSHELL_EMULATOR " " LABSHELL_BIN_DIR "/labshell ") + arguments + " 2>&1 </dev/null";
     Outcome outcome{-1, ""};
     FILE* pipe = popen(command.c_str(), "r");
     if (pipe == nullptr) return outcome;
