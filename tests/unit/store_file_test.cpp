@@ -191,7 +191,7 @@ TEST_F(StoreFile, RefusesFilesThatAreNoUsageStoreOrCannotBeOpened) {
 }
 
 TEST_F(StoreFile, KilledSaveLeavesAllOldOrAllNew) {
-    constexpr int Items = 100000;
+    constexpr int Items = 100000 / LABSHELL_SLOW_FACTOR;
     {
         UsageLog usage;
         Open(usage);
