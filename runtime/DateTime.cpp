@@ -8,6 +8,9 @@
 #include "HostSandbox.h"
 #include "UsageLog.h"
 
+// The system clock is read as time_t: 32 bits of it end in January 2038.
+static_assert(sizeof(std::time_t) >= 8, "build with 64-bit time_t (_TIME_BITS=64 on 32-bit targets)");
+
 namespace {
 constexpr std::int64_t SecondsPerDay = 86400;
 // Days from 30-Dec-1899 to 1-Jan-1970.

@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # Installs what the build, the tests and the benchmarks need (Debian packages;
-# python3 drives the interactive test at a pseudo-terminal).
+# python3 drives the interactive test at a pseudo-terminal), and the packages
+# named as arguments.
 set -eu
-packages="g++ cmake ninja-build pkg-config libsqlite3-dev sqlite3 libreadline-dev libgtest-dev libbenchmark-dev python3"
+packages="g++ cmake ninja-build pkg-config libsqlite3-dev sqlite3 libreadline-dev libgtest-dev libbenchmark-dev python3 $*"
 missing=""
 for p in $packages; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing="$missing $p"

@@ -1,18 +1,23 @@
 #!/usr/bin/env bash
 # Builds the project and runs every test: a plain build, one with
-# AddressSanitizer and UndefinedBehaviorSanitizer, and the concurrency tests
-# with ThreadSanitizer. Installs what is missing first.
+# AddressSanitizer and UndefinedBehaviorSanitizer, the concurrency tests
+# with ThreadSanitizer, and a build for the instrument (32-bit ARM) under
+# qemu. Installs what is missing first. Arguments name the legs to run
+# (plain, asan, tsan, armhf); none runs them all.
 set -eu
 cd "$(dirname "$0")/.."
 scripts/install-deps.sh
 
 jobs=${JOBS:-2}
-run_suite() {  # name, sanitizers, ctest name filter (empty: all)
+legs=("$@")
+selected() { [ ${#legs[@]} -eq 0 ] || [[ " ${legs[*]} " == *" $1 "* ]]; }
+run_suite() {  # name, sanitizers, ctest name filter (empty: all), more cmake arguments
+  selected "$1" || return 0
   local dir=build/$1
   local benchmarks=OFF
   [ -z "$2" ] && benchmarks=ON
   cmake -S . -B "$dir" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DLABSHELL_SANITIZE="$2" \
-    -DLABSHELL_BENCHMARKS=$benchmarks >/dev/null
+    -DLABSHELL_BENCHMARKS=$benchmarks "${@:4}" >/dev/null
   cmake --build "$dir" -j "$jobs"
   local filter=()
   [ -n "$3" ] && filter=(-R "$3")
@@ -30,3 +35,8 @@ run_suite plain "" ""
 run_suite asan "address,undefined" ""
 # Tests of concurrent runs carry "concurrency" in their names.
 run_suite tsan "thread" "[Cc]oncurrency"
+# The instrument: a cross-build whose tests CTest runs under qemu.
+if selected armhf; then
+  scripts/install-armhf.sh
+  run_suite armhf "" "" -DCMAKE_TOOLCHAIN_FILE=cmake/armhf.cmake -DLABSHELL_BENCHMARKS=OFF
+fi

@@ -5,6 +5,7 @@
 # A first line "# args: ..." replaces the default arguments "--today 20240815".
 # The logs are shown without their time stamps. UPDATE=1 writes NAME.out from
 # the run instead of comparing (read the result before you commit it).
+# LABSHELL_EMULATOR, when set, is put in front of labshell (a cross-build).
 set -u
 labshell=$1
 script=$2
@@ -22,7 +23,7 @@ first=$(head -n 1 "$script")
 case "$first" in "# args:"*) args=${first#"# args:"} ;; esac
 
 # shellcheck disable=SC2086
-(cd "$work" && "$labshell" --data "$data" --echo $args "$script" >"$work/stdout" 2>"$work/stderr" </dev/null)
+(cd "$work" && ${LABSHELL_EMULATOR:-} "$labshell" --data "$data" --echo $args "$script" >"$work/stdout" 2>"$work/stderr" </dev/null)
 status=$?
 
 {

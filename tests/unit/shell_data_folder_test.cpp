@@ -3,6 +3,8 @@
 // file left as it was.
 #include <gtest/gtest.h>
 #include <sys/wait.h>
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -22,8 +24,8 @@ struct Outcome {
 
 // Runs labshell in `folder` (default: here) without $LABSHELL_DATA.
 Outcome RunLabshell(std::string const& arguments, std::string const& folder = ".") {
-    std::string command = "cd '" + folder + "' && env -u LABSHELL_DATA " LABSHELL_BIN_DIR "/labshell " + arguments +
-                          " 2>&1 </dev/null";
+    std::string command = "cd '" + folder + "' && env -u LABSHELL_DATA " LABSHELL_EMULATOR " " LABSHELL_BIN_DIR
+                          "/labshell " + arguments + " 2>&1 </dev/null";
     Outcome outcome{-1, ""};
     FILE* pipe = popen(command.c_str(), "r");
     if (pipe == nullptr) return outcome;
@@ -108,6 +110,31 @@ TEST(ShellDataFolder, InvocationHelpVersionAttachedValuesAndTheDefaultFolder) {
                                "\nInfoDateTimeValid=true\n");
     EXPECT_EQ(RunLabshell("-c status", root.string()).output, "InfoDateTimeValid=true\n");
     fs::remove_all(root);
+}
+
+// Sizes past 2 GiB, where 32-bit file offsets end, in sparse files that
+// cost no disk: the store and a log must be taken as the files they are.
+TEST(ShellDataFolder, StoreAndLogOverTwoGigabytesAreUsedAsTheyAre) {
+    fs::path data = fs::temp_directory_path() / ("shell_large_" + std::to_string(::getpid()));
+    fs::remove_all(data);
+    ASSERT_EQ(RunLabshell("--data " + data.string() + " -c \"UsageLog -b Kept=5\"").status, 0);
+    off_t const large = off_t{3} << 30;
+    fs::path store = data / "usage.db", log = data / "log" / "error.log";
+    // The store's header names its own size: the zeros past it are ignored.
+    ASSERT_EQ(::truncate(store.c_str(), large), 0);
+    ::close(::open(log.c_str(), O_CREAT | O_WRONLY, 0644));
+    ASSERT_EQ(::truncate(log.c_str(), large), 0);
+    // Its one invalid line is reported in the error log.
+    std::ofstream(data / "UsageSchedule.ini") << "no schedule line\n";
+
+    Outcome outcome = RunLabshell("--data " + data.string() + " -c \"UsageLog Kept\" -c \"GetUsageAlerts s\"");
+    EXPECT_EQ(outcome.output.substr(0, outcome.output.find('\n') + 1), "Kept=5\n") << outcome.output;
+    // The full log is set aside and the new line starts a fresh one.
+    struct stat info {};
+    ASSERT_EQ(::stat((log.string() + ".1").c_str(), &info), 0) << outcome.output;
+    EXPECT_EQ(info.st_size, large);
+    EXPECT_NE(Contents(log).find("no schedule line"), std::string::npos) << Contents(log);
+    fs::remove_all(data);
 }
 
 }  // namespace

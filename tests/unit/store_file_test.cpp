@@ -237,7 +237,7 @@ TEST_F(StoreFile, AStoreLockedByAnotherConnectionIsReportedAsLocked) {
 }
 
 TEST_F(StoreFile, KilledSaveLeavesAllOldOrAllNew) {
-    constexpr int Items = 100000;
+    constexpr int Items = 100000 / LABSHELL_SLOW_FACTOR;
     {
         UsageLog usage;
         Open(usage);

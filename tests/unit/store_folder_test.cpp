@@ -18,6 +18,7 @@
 
 #include "UsageLog.h"
 #include "runtime/UsageStore.h"
+#include "test_support.h"
 
 namespace {
 
@@ -36,7 +37,7 @@ struct Outcome {
 };
 
 Outcome RunLabshell(std::string const& arguments) {
-    std::string command = std::string(LABSHELL_BIN_DIR "/labshell ") + arguments + " 2>&1 </dev/null";
+    std::string command = LabshellCommand() + " " + arguments + " 2>&1 </dev/null";
     Outcome outcome{-1, ""};
     FILE* pipe = popen(command.c_str(), "r");
     if (pipe == nullptr) return outcome;
@@ -61,9 +62,7 @@ public:
             close(input[1]);
             close(output[0]);
             std::string folder = data.string();
-            execl(LABSHELL_BIN_DIR "/labshell", "labshell", "--echo", "--data", folder.c_str(), "-",
-                  static_cast<char*>(nullptr));
-            _exit(127);
+            ExecLabshell({"--echo", "--data", folder, "-"});
         }
         close(input[0]);
         close(output[1]);

@@ -7,7 +7,9 @@
 
 #include <filesystem>
 #include <functional>
+#include <sstream>
 #include <string>
+#include <vector>
 
 #include "frame/host/System.h"
 #include "runtime/Host.h"
@@ -35,4 +37,22 @@ inline void DeleteAllUsageItems() {
     WStringArray keys;
     System::usage.GetAllKeys(keys);
     for (unsigned int i = 0; i < keys.count; ++i) System::usage.TryDeleteItem(keys[i].c_str());
+}
+
+// labshell as a command line for a shell, behind the emulator of a
+// cross-build (empty natively).
+inline std::string LabshellCommand() { return std::string(LABSHELL_EMULATOR " " LABSHELL_BIN_DIR "/labshell"); }
+
+// Replaces the calling (forked) process by labshell with `arguments`.
+[[noreturn]] inline void ExecLabshell(std::vector<std::string> const& arguments) {
+    std::vector<std::string> words;
+    std::istringstream emulator(LABSHELL_EMULATOR);
+    for (std::string word; emulator >> word;) words.push_back(word);
+    words.push_back(LABSHELL_BIN_DIR "/labshell");
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    std::vector<char*> argv;
+    for (std::string& word : words) argv.push_back(word.data());
+    argv.push_back(nullptr);
+    execv(argv[0], argv.data());
+    _exit(127);
 }
