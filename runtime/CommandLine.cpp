@@ -121,6 +121,7 @@ Argument& ArgumentList::At(unsigned int index) { return items_.at(index); }
 
 std::vector<WString> SplitCommandWords(WString const& line) {
     std::vector<WString> words;
+    words.reserve(8);  // a firmware line has a few words; one allocation for them
     std::wstring word;
     bool inWord = false, quoted = false;
     for (wchar_t c : line.str) {
@@ -128,7 +129,7 @@ std::vector<WString> SplitCommandWords(WString const& line) {
             quoted = !quoted;
             inWord = true;
         } else if ((c == L' ' || c == L'\t') && !quoted) {
-            if (inWord) words.emplace_back(word);
+            if (inWord) words.emplace_back(std::move(word));
             word.clear();
             inWord = false;
         } else {
@@ -136,7 +137,7 @@ std::vector<WString> SplitCommandWords(WString const& line) {
             inWord = true;
         }
     }
-    if (inWord) words.emplace_back(word);
+    if (inWord) words.emplace_back(std::move(word));
     return words;
 }
 
@@ -147,7 +148,7 @@ bool IsOptionWord(std::wstring const& word) {
 bool TryParseCommandLine(WString const& line, ParsedCommandLine& parsed) {
     std::vector<WString> words = SplitCommandWords(line);
     if (words.empty()) return false;
-    parsed.name = words[0];
+    parsed.name = std::move(words[0]);
     for (size_t i = 1; i < words.size(); ++i) {
         std::wstring const& word = words[i].str;
         if (!IsOptionWord(word)) {

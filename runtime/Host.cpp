@@ -130,7 +130,7 @@ ExitCode LiveCommand(CommandFactory factory, ParsedCommandLine& parsed, Pipe con
 
 // The life of a plug-in command's run, on the run's thread.
 Runs::Body CommandBody(CommandFactory factory, ParsedCommandLine parsed, Pipe pipe) {
-    return [factory, parsed, pipe, depth = lineDepth](RunState& run) mutable {
+    return [factory, parsed = std::move(parsed), pipe, depth = lineDepth](RunState& run) mutable {
         lineDepth = depth;
         return LiveCommand(factory, parsed, pipe, &run);
     };
@@ -143,18 +143,6 @@ bool RefuseTooDeep(NestingLevel const& level, WString const& name, ExitCode& ref
                                 std::to_wstring(Host::MaxNesting) + L" levels deep; the line is not run"));
     refusal = ExitCode(0, 1, HostExit::NestedTooDeep);
     return true;
-}
-
-std::atomic<int> foregroundRunId{0};
-
-// A run of a line of the shell itself: Ctrl-C finds it by its id.
-Runs::Body AsForeground(Runs::Body body) {
-    return [body = std::move(body)](RunState& run) {
-        int outer = foregroundRunId.exchange(run.processId);
-        ExitCode code = body(run);
-        foregroundRunId = outer;
-        return code;
-    };
 }
 
 // The command of that name, or false with the unknown name reported.
@@ -266,8 +254,7 @@ ExitCode RunLine(WString const& line, Pipe const& pipe, RunState* parent, unsign
         }
     }
     Runs::Request request{parsed.name, trimmed, parent, mode, false, false};
-    Runs::Body body = CommandBody(entry.factory, std::move(parsed), pipe);
-    return Runs::Start(request, parent == nullptr ? AsForeground(std::move(body)) : std::move(body));
+    return Runs::Start(request, CommandBody(entry.factory, std::move(parsed), pipe));
 }
 
 ExitCode RunInPlace(WString const& line, Pipe const& pipe) {
@@ -374,7 +361,7 @@ std::vector<RunInfo> LiveRuns() {
     return runs;
 }
 
-int ForegroundRunId() { return foregroundRunId; }
+int ForegroundRunId() { return Runs::ShellForeground(); }
 
 void Shutdown() {
     // A run that is being stopped may still start another one on its way out.

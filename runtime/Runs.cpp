@@ -1,6 +1,7 @@
 #include "Runs.h"
 
 #include <algorithm>
+#include <atomic>
 #include <condition_variable>
 #include <exception>
 #include <map>
@@ -37,6 +38,7 @@ std::mutex runsMutex;
 std::map<int, std::shared_ptr<RunState>> liveRuns;
 std::map<std::wstring, Resource> resources;
 int lastProcessId = 0;
+std::atomic<int> shellForeground{0};
 
 thread_local RunState* currentRun = nullptr;
 thread_local Waiter threadWaiter;
@@ -197,6 +199,8 @@ Deadline DeadlineIn(unsigned int milliseconds) {
 
 RunState* Current() { return currentRun; }
 
+int ShellForeground() { return shellForeground; }
+
 void Locked(std::function<void()> const& action) {
     std::lock_guard<std::mutex> lock(runsMutex);
     action();
@@ -244,8 +248,10 @@ ExitCode Start(Request const& request, Body body, int* processId) {
     if (processId != nullptr) *processId = run->processId;
 
     if (run->parent == nullptr && !request.background) {
+        int outer = shellForeground.exchange(run->processId);
         ExitCode code;
         Execute(run, body, code);
+        shellForeground = outer;
         return code;
     }
     auto result = std::make_shared<ExitCode>();

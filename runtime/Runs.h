@@ -111,6 +111,10 @@ struct Request {
 // ExitCode(0, 1, HostExit::NoThread) and a line in the error log.
 ExitCode Start(Request const& request, Body body, int* processId = nullptr);
 
+// The process id of the line that the shell itself runs in the foreground
+// now, 0 when there is none: what Ctrl-C at the prompt stops.
+int ShellForeground();
+
 // Stops the runs that `which` selects (see the header for who goes with
 // them) and, unless `wait` is false, waits until they ended (never for the
 // calling run or the runs that wait for it). Gives how many `which` selected.
