@@ -13,35 +13,11 @@
 #include <sstream>
 #include <string>
 
+#include "test_support.h"
+
 namespace {
 
 namespace fs = std::filesystem;
-
-struct Outcome {
-    int status;
-    std::string output;  // stdout and stderr
-};
-
-// Runs labshell in `folder` (default: here) without $LABSHELL_DATA.
-Outcome RunLabshell(std::string const& arguments, std::string const& folder = ".") {
-    std::string command = "cd '" + folder + "' && env -u LABSHELL_DATA " LABSHELL_EMULATOR " " LABSHELL_BIN_DIR
-                          "/labshell " + arguments + " 2>&1 </dev/null";
-    Outcome outcome{-1, ""};
-    FILE* pipe = popen(command.c_str(), "r");
-    if (pipe == nullptr) return outcome;
-    char buffer[256];
-    while (fgets(buffer, sizeof buffer, pipe) != nullptr) outcome.output += buffer;
-    int status = pclose(pipe);
-    outcome.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return outcome;
-}
-
-std::string Contents(fs::path const& path) {
-    std::ifstream file(path, std::ios::binary);
-    std::stringstream text;
-    text << file.rdbuf();
-    return text.str();
-}
 
 TEST(ShellDataFolder, UnusableFolderOrStoreStopsTheShellAndLeavesTheFile) {
     fs::path root = fs::temp_directory_path() / ("shell_data_" + std::to_string(::getpid()));

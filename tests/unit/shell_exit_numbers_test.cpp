@@ -12,17 +12,11 @@
 #include <string>
 
 #include "runtime/ExitMeanings.h"
+#include "test_support.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-
-std::string Contents(fs::path const& path) {
-    std::ifstream file(path, std::ios::binary);
-    std::stringstream text;
-    text << file.rdbuf();
-    return text.str();
-}
 
 // Exit numbers as they stand in a command unit: returned or thrown codes,
 // the numbers handed to option, argument, text, store, file and

@@ -18,13 +18,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::string Contents(fs::path const& path) {
-    std::ifstream file(path);
-    std::stringstream text;
-    text << file.rdbuf();
-    return text.str();
-}
-
 // Runs labshell with `lines` as -c lines, as a user of its own that may own
 // one process and no further thread; gives its exit status.
 int RunWithoutThreads(fs::path const& data, std::vector<std::string> const& lines, fs::path const& output) {
@@ -74,13 +67,7 @@ TEST(ShellThreadLimit, RunsWithoutAThreadFailAloneAndTheShellGoesOn) {
               std::string::npos);
 
     // Read back by a labshell without the limit: both increments were saved.
-    std::string check = "cd " + data.string() + " && " + LabshellCommand() + " --data . -c 'UsageLog Pump.*'";
-    FILE* pipe = popen(check.c_str(), "r");
-    ASSERT_NE(pipe, nullptr);
-    char buffer[256];
-    std::string listed;
-    while (fgets(buffer, sizeof buffer, pipe) != nullptr) listed += buffer;
-    pclose(pipe);
+    std::string listed = RunLabshell("--data . -c 'UsageLog Pump.*'", data.string()).output;
     EXPECT_EQ(listed, "Pump.Count=2\n");
     fs::remove_all(data);
 }

@@ -24,30 +24,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::string Contents(fs::path const& path) {
-    std::ifstream file(path, std::ios::binary);
-    std::stringstream text;
-    text << file.rdbuf();
-    return text.str();
-}
-
-struct Outcome {
-    int status;
-    std::string output;  // stdout and stderr
-};
-
-Outcome RunLabshell(std::string const& arguments) {
-    std::string command = LabshellCommand() + " " + arguments + " 2>&1 </dev/null";
-    Outcome outcome{-1, ""};
-    FILE* pipe = popen(command.c_str(), "r");
-    if (pipe == nullptr) return outcome;
-    char buffer[256];
-    while (fgets(buffer, sizeof buffer, pipe) != nullptr) outcome.output += buffer;
-    int status = pclose(pipe);
-    outcome.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return outcome;
-}
-
 // A labshell that reads its script from a pipe and so holds its folder until
 // the pipe is closed. It has its folder once it has echoed a first line.
 class HoldingLabshell {

@@ -3,9 +3,12 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <sstream>
 #include <string>
@@ -42,6 +45,33 @@ inline void DeleteAllUsageItems() {
 // labshell as a command line for a shell, behind the emulator of a
 // cross-build (empty natively).
 inline std::string LabshellCommand() { return std::string(LABSHELL_EMULATOR " " LABSHELL_BIN_DIR "/labshell"); }
+
+inline std::string Contents(std::filesystem::path const& path) {
+    std::ifstream file(path, std::ios::binary);
+    std::stringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+struct Outcome {
+    int status;          // -1 when labshell did not end by itself
+    std::string output;  // stdout and stderr
+};
+
+// Runs labshell with `arguments` in `folder`, without $LABSHELL_DATA and
+// with no standard input.
+inline Outcome RunLabshell(std::string const& arguments, std::string const& folder = ".") {
+    std::string command =
+        "cd '" + folder + "' && env -u LABSHELL_DATA " + LabshellCommand() + " " + arguments + " 2>&1 </dev/null";
+    Outcome outcome{-1, ""};
+    FILE* pipe = popen(command.c_str(), "r");
+    if (pipe == nullptr) return outcome;
+    char buffer[256];
+    while (fgets(buffer, sizeof buffer, pipe) != nullptr) outcome.output += buffer;
+    int status = pclose(pipe);
+    outcome.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return outcome;
+}
 
 // Replaces the calling (forked) process by labshell with `arguments`.
 [[noreturn]] inline void ExecLabshell(std::vector<std::string> const& arguments) {
