@@ -22,7 +22,12 @@ run_suite() {  # name, sanitizers, ctest name filter (empty: all), more cmake ar
   local filter=()
   [ -n "$3" ] && filter=(-R "$3")
   (cd "$dir" && ctest --output-on-failure -j "$jobs" "${filter[@]}")
+  # Counted from the end of the leg before, so an install for this one counts too.
+  timings+=("$1 $((SECONDS - last_end)) s")
+  last_end=$SECONDS
 }
+timings=()
+last_end=$SECONDS
 
 # Every plug-in file carries the frame's exported globals and the first one
 # loaded serves them all: identical definitions on purpose, so only globals
@@ -39,4 +44,16 @@ run_suite tsan "thread" "[Cc]oncurrency"
 if selected armhf; then
   scripts/install-armhf.sh
   run_suite armhf "" "" -DCMAKE_TOOLCHAIN_FILE=cmake/armhf.cmake -DLABSHELL_BENCHMARKS=OFF
+fi
+
+echo "time per leg: ${timings[*]}"
+# The tests' share of the code: non-blank, non-comment lines of tests against
+# those of the product (expected outputs and data not counted).
+count_lines() {
+  git ls-files -- "$@" | grep -E '\.(c|cc|cpp|h|hpp|py|sh|lsh)$' | xargs -r cat | grep -c -v -E '^\s*(//.*|#.*)?$' || true
+}
+if git rev-parse --git-dir >/dev/null 2>&1; then
+  test_lines=$(count_lines tests/)
+  code_lines=$(count_lines frame usage commands evaluator runtime shell)
+  echo "test code: $test_lines lines, product code: $code_lines lines ($((100 * test_lines / code_lines)) %)"
 fi
