@@ -24,15 +24,7 @@ constexpr int StoreItems = 10000;
 fs::path const& DataFolder() {
     static fs::path const folder = [] {
         fs::path dir = OpenBenchHost("bench_alerts");
-        // A store of counters, timers and dates, as an instrument collects them.
-        for (int i = 0; i < StoreItems; ++i) {
-            std::wstring number = std::to_wstring(i);
-            switch (i % 3) {
-                case 0: System::usage.Increment((L"Bench.Counter" + number).c_str(), i); break;
-                case 1: System::usage.IncrementTimer((L"Bench.Timer" + number).c_str(), i * 60); break;
-                default: System::usage.SetDate((L"Bench.Date" + number).c_str(), 20240101u + i % 28, false); break;
-            }
-        }
+        FillMixedStore(StoreItems);
         return dir;
     }();
     return folder;

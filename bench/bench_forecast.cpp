@@ -2,9 +2,6 @@
 // whole labshell process, beside the same process running "date": the
 // difference is the forecast's own cost (730 evaluations and one store copy).
 #include <benchmark/benchmark.h>
-#include <fcntl.h>
-#include <spawn.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -12,9 +9,8 @@
 #include <string>
 
 #include "System.h"
+#include "bench_host.h"
 #include "runtime/UsageStore.h"
-
-extern char** environ;
 
 namespace {
 
@@ -32,14 +28,7 @@ struct DataFolder {
         std::string error;
         UsageStore& store = System::usage.Store();
         if (!store.Open(path + "/usage.db", error)) throw std::runtime_error(error);
-        for (int i = 0; i < StoreItems; ++i) {
-            std::wstring number = std::to_wstring(i);
-            switch (i % 3) {
-                case 0: System::usage.Increment((L"Bench.Counter" + number).c_str(), i); break;
-                case 1: System::usage.IncrementTimer((L"Bench.Timer" + number).c_str(), i * 60); break;
-                default: System::usage.SetDate((L"Bench.Date" + number).c_str(), 20240101u + i % 28, false); break;
-            }
-        }
+        FillMixedStore(StoreItems);
         // The schedule's own items, so that its alerts fall due within the year.
         System::usage.SetDate(L"Service.MaintenanceDate", 20240301u, false);
         System::usage.SetDate(L"Schedule.DesorbDate", 20240805u, false);
@@ -57,27 +46,13 @@ std::string const& Folder() {
 }
 
 void RunLabshell(benchmark::State& state, std::string command) {
-    std::string folder = Folder();
-    std::string labshell = std::string(LABSHELL_BIN_DIR) + "/labshell";
-    char* argv[] = {labshell.data(), const_cast<char*>("--data"), folder.data(),  const_cast<char*>("--today"),
-                    const_cast<char*>("20240815"), const_cast<char*>("-c"), command.data(), nullptr};
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
     for (auto _ : state) {
-        pid_t child = 0;
-        if (posix_spawn(&child, labshell.c_str(), &actions, nullptr, argv, environ) != 0) {
-            state.SkipWithError("labshell did not start");
-            break;
-        }
-        int status = 0;
-        waitpid(child, &status, 0);
-        if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
+        rusage usage{};
+        if (!RunLabshellProcess({"--data", Folder(), "--today", "20240815", "-c", command}, usage)) {
             state.SkipWithError("labshell failed");
             break;
         }
     }
-    posix_spawn_file_actions_destroy(&actions);
 }
 
 void StartUpOnly(benchmark::State& state) { RunLabshell(state, "date"); }

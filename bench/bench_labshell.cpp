@@ -3,9 +3,6 @@
 // process's peak resident memory beside that of an empty store gives the
 // memory an item costs.
 #include <benchmark/benchmark.h>
-#include <fcntl.h>
-#include <spawn.h>
-#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -15,9 +12,8 @@
 #include <string>
 
 #include "System.h"
+#include "bench_host.h"
 #include "runtime/UsageStore.h"
-
-extern char** environ;
 
 namespace {
 // One data folder per item count, filled once through the store itself.
@@ -58,31 +54,16 @@ std::string DataFolderWith(int items) {
 
 void LabshellStartUp(benchmark::State& state) {
     std::string folder = DataFolderWith(static_cast<int>(state.range(0)));
-    std::string labshell = std::string(LABSHELL_BIN_DIR) + "/labshell";
-    std::string command = "GetFormattedUsageData 1";
-    char* argv[] = {labshell.data(), const_cast<char*>("--data"), folder.data(), const_cast<char*>("-c"), command.data(),
-                    nullptr};
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
     static long emptyPeakKb = 0;
     long peakKb = 0;
     for (auto _ : state) {
-        pid_t child = 0;
-        if (posix_spawn(&child, labshell.c_str(), &actions, nullptr, argv, environ) != 0) {
-            state.SkipWithError("labshell did not start");
-            break;
-        }
-        int status = 0;
         rusage usage{};
-        wait4(child, &status, 0, &usage);
-        peakKb = usage.ru_maxrss;
-        if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
+        if (!RunLabshellProcess({"--data", folder, "-c", "GetFormattedUsageData 1"}, usage)) {
             state.SkipWithError("labshell failed");
             break;
         }
+        peakKb = usage.ru_maxrss;
     }
-    posix_spawn_file_actions_destroy(&actions);
     state.counters["items"] = static_cast<double>(state.range(0));
     state.counters["peak_rss_mb"] = static_cast<double>(peakKb) / 1024.0;
     if (state.range(0) == 0) emptyPeakKb = peakKb;

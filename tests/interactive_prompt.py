@@ -30,7 +30,7 @@ class Session:
             os.environ.update(TERM="xterm", INPUTRC="/dev/null")
             # A cross-build runs behind its emulator.
             words = os.environ.get("LABSHELL_EMULATOR", "").split() + [labshell]
-            os.execv(words[0], words + ["--data", data, "--today", "20240815"])
+            os.execvp(words[0], words + ["--data", data, "--today", "20240815"])
         fcntl.ioctl(self.fd, termios.TIOCSWINSZ, struct.pack("HHHH", 40, 200, 0, 0))
         self.seen = ""  # everything read and not yet matched
 

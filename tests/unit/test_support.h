@@ -83,6 +83,6 @@ inline Outcome RunLabshell(std::string const& arguments, std::string const& fold
     std::vector<char*> argv;
     for (std::string& word : words) argv.push_back(word.data());
     argv.push_back(nullptr);
-    execv(argv[0], argv.data());
+    execvp(argv[0], argv.data());  // the emulator may be named without its folder
     _exit(127);
 }
