@@ -5,7 +5,6 @@
 
 #include <dlfcn.h>
 
-#include <atomic>
 #include <cstring>
 #include <filesystem>
 #include <map>
@@ -145,10 +144,20 @@ bool RefuseTooDeep(NestingLevel const& level, WString const& name, ExitCode& ref
     return true;
 }
 
-// The command of that name, or false with the unknown name reported.
-bool FindOrReport(WString const& name, CommandEntry& entry) {
-    if (FindCommand(name, entry)) return true;
-    Host::WriteErrorLine(WString(L"** Unknown command: " + name.str));
+// The words of a trimmed line and the command they name. False with the
+// line's code in `failure`: 0 for an empty line, NestedTooDeep for a line
+// at a `level` too deep, UnknownCommand for a name that is no command; the
+// last two reported.
+bool LookUp(WString const& trimmed, NestingLevel const* level, ParsedCommandLine& parsed, CommandEntry& entry,
+            ExitCode& failure) {
+    if (!TryParseCommandLine(trimmed, parsed)) {
+        failure = ExitCode(0);
+        return false;
+    }
+    if (level != nullptr && RefuseTooDeep(*level, parsed.name, failure)) return false;
+    if (FindCommand(parsed.name, entry)) return true;
+    Host::WriteErrorLine(WString(L"** Unknown command: " + parsed.name.str));
+    failure = ExitCode(0, 1, HostExit::UnknownCommand);
     return false;
 }
 
@@ -240,12 +249,10 @@ void AddBuiltin(WString const& name, WString const& usage, Builtin builtin, Buil
 ExitCode RunLine(WString const& line, Pipe const& pipe, RunState* parent, unsigned int mode) {
     WString trimmed = line.Trim();
     ParsedCommandLine parsed;
-    if (!TryParseCommandLine(trimmed, parsed)) return ExitCode(0);
-    NestingLevel level;
-    ExitCode refusal;
-    if (RefuseTooDeep(level, parsed.name, refusal)) return refusal;
     CommandEntry entry;
-    if (!FindOrReport(parsed.name, entry)) return ExitCode(0, 1, HostExit::UnknownCommand);
+    ExitCode failure;
+    NestingLevel level;
+    if (!LookUp(trimmed, &level, parsed, entry, failure)) return failure;
     if (entry.factory == nullptr) {
         try {
             return RunBuiltin(entry, parsed.name, trimmed, pipe, parent);
@@ -259,9 +266,9 @@ ExitCode RunLine(WString const& line, Pipe const& pipe, RunState* parent, unsign
 
 ExitCode RunInPlace(WString const& line, Pipe const& pipe) {
     ParsedCommandLine parsed;
-    if (!TryParseCommandLine(line.Trim(), parsed)) return ExitCode(0);
     CommandEntry entry;
-    if (!FindOrReport(parsed.name, entry)) return ExitCode(0, 1, HostExit::UnknownCommand);
+    ExitCode failure;
+    if (!LookUp(line.Trim(), nullptr, parsed, entry, failure)) return failure;
     if (entry.factory == nullptr) {
         WriteErrorLine(WString(L"** " + parsed.name.str + L": a builtin cannot run in place"));
         return ExitCode(0, 1, HostExit::UnknownCommand);
@@ -272,17 +279,9 @@ ExitCode RunInPlace(WString const& line, Pipe const& pipe) {
 int StartBackground(WString const& line, Pipe const& pipe, ExitCode& failure) {
     WString trimmed = line.Trim();
     ParsedCommandLine parsed;
-    if (!TryParseCommandLine(trimmed, parsed)) {
-        failure = ExitCode(0);
-        return -1;
-    }
-    NestingLevel level;
-    if (RefuseTooDeep(level, parsed.name, failure)) return -1;
     CommandEntry entry;
-    if (!FindOrReport(parsed.name, entry)) {
-        failure = ExitCode(0, 1, HostExit::UnknownCommand);
-        return -1;
-    }
+    NestingLevel level;
+    if (!LookUp(trimmed, &level, parsed, entry, failure)) return -1;
     Runs::Body body;
     if (entry.factory != nullptr) {
         body = CommandBody(entry.factory, parsed, pipe);

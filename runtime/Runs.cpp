@@ -45,10 +45,6 @@ thread_local Waiter threadWaiter;
 
 ExitCode StopCode(RunState const& run) { return ExitCode(run.commandId, StopKind, StopNumber); }
 
-WString RunName(RunState const& run) {
-    return WString(run.name.str + L" (process " + std::to_wstring(run.processId) + L")");
-}
-
 // The calling thread's waiter, entered in `lists` (and as the run's waiter)
 // for as long as this object lives; made and destroyed under runsMutex.
 class Registration {
@@ -162,9 +158,9 @@ void Execute(std::shared_ptr<RunState> const& run, Runs::Body const& body, ExitC
     } catch (ExitCode const& thrown) {
         code = thrown;
     } catch (std::exception const& failure) {
-        code = Runs::EndedByFailure(RunName(*run), failure.what());
+        code = Runs::EndedByFailure(Runs::Describe(*run), failure.what());
     } catch (...) {
-        code = Runs::EndedByFailure(RunName(*run), "not an exit code");
+        code = Runs::EndedByFailure(Runs::Describe(*run), "not an exit code");
     }
     currentRun = outer;
     EndRun(*run);
@@ -257,7 +253,7 @@ ExitCode Start(Request const& request, Body body, int* processId) {
     auto result = std::make_shared<ExitCode>();
     if (!RunThreads::Dispatch([run, body = std::move(body), result] { Execute(run, body, *result); })) {
         EndRun(*run);  // which also clears the parent's waitsFor
-        ReportFailure(WString(RunName(*run).str + L" could not start: no thread could be made for it"));
+        ReportFailure(WString(Runs::Describe(*run).str + L" could not start: no thread could be made for it"));
         return ExitCode(0, 1, HostExit::NoThread);
     }
     if (request.background) return ExitCode(0);
@@ -313,8 +309,8 @@ bool Book(RunState* run, WString const& name, Deadline deadline) {
         });
     }
     if (deadlockedWith != nullptr) {
-        WString text(RunName(*run).str + L" cannot book \"" + name.str + L"\": it is held by " +
-                     RunName(*deadlockedWith).str + L", which waits for " + RunName(*run).str);
+        WString text(Runs::Describe(*run).str + L" cannot book \"" + name.str + L"\": it is held by " +
+                     Runs::Describe(*deadlockedWith).str + L", which waits for " + Runs::Describe(*run).str);
         lock.unlock();
         ReportFailure(text);
         throw ExitCode(0, 1, HostExit::Deadlock);
@@ -375,7 +371,9 @@ unsigned int CountNamed(WString const& name) {
 
 void ReportFailure(WString const& text) { System::errorLog.WriteLine(L"** %s", text.c_str()); }
 
-WString Describe(RunState const& run) { return RunName(run); }
+WString Describe(RunState const& run) {
+    return WString(run.name.str + L" (process " + std::to_wstring(run.processId) + L")");
+}
 
 ExitCode EndedByFailure(WString const& who, char const* what) {
     try {
