@@ -4,20 +4,11 @@
 
 #include "System.h"
 #include "UsageStore.h"
+#include "UsageStoreFile.h"
 
 namespace {
 
 thread_local HostSandbox* activeSandbox = nullptr;
-
-std::vector<int> ParseHistory(WString const& text) {
-    std::vector<int> dates;
-    WString rest = text;
-    for (WString date = rest.StrTok(L","); !date.IsEmpty(); date = rest.StrTok(L",")) {
-        int value = 0;
-        if (date.TryGetInt(value, 0, 99991231, nullptr)) dates.push_back(value);
-    }
-    return dates;
-}
 
 // Through the store's public face only, so that its internals may change.
 void CopyItems(UsageStore const& from, UsageStore& to) {
@@ -29,7 +20,7 @@ void CopyItems(UsageStore const& from, UsageStore& to) {
         UsageReference copy(
             to.FindOrCreate(keys[i].str, item.GetDataType(), static_cast<std::uint32_t>(item.GetValue())));
         if (!item.HasHistory()) continue;
-        for (int date : ParseHistory(item.GetHistory())) copy.AddDateToHistory(date);
+        for (int date : ParseUsageHistory(item.GetHistory().ToUtf8().c_str())) copy.AddDateToHistory(date);
     }
 }
 

@@ -178,12 +178,8 @@ UsageStoreFile::Refusal CheckIsUsageStore(std::string const& path, std::string& 
 }  // namespace
 
 std::wstring FormatUsageHistory(std::vector<int> const& history) {
-    std::wstring text;
-    for (int date : history) {
-        if (!text.empty()) text += L',';
-        text += std::to_wstring(date);
-    }
-    return text;
+    std::string text = FormatHistoryText(history);
+    return std::wstring(text.begin(), text.end());  // digits and commas only
 }
 
 std::vector<int> ParseUsageHistory(char const* text) {
