@@ -226,7 +226,7 @@ void ExplainFailure(WString const& line, ExitCode const& code) {
 
 // False the first time the shell would end with changes left unsaved.
 bool MayLeave(bool& warned) {
-    unsigned int unsaved = System::usage.Store().DirtyCount();
+    unsigned int unsaved = System::usage.Store().UnsavedItemCount();
     if (unsaved == 0 || warned) return true;
     warned = true;
     Host::WriteErrorLine(WString::Format(
