@@ -17,13 +17,6 @@ constexpr std::int32_t FlushPasses = 2;
 // Value of an item that joined after the dump and has not been sent yet.
 constexpr int NotYetSent = -1000;
 constexpr unsigned int DefaultFlushWaitMs = 20000;
-
-// The key as the store tells keys apart: without regard to letter case.
-std::wstring FoldedKey(WString const& key) {
-    std::wstring folded = key.str;
-    for (wchar_t& c : folded) c = FoldAsciiCase(c);
-    return folded;
-}
 }  // namespace
 
 UsageLogSpy::UsageLogSpy() : pollIntervalMs(0), flushPassesLeft(0) {}
@@ -103,9 +96,9 @@ ExitCode UsageLogSpy::Main(ArgumentList& args, Options& options) {
             std::unordered_set<std::wstring> known;
             known.reserve(spyKeys.count);
             for (unsigned int position = 0; position < spyKeys.count; ++position)
-                known.insert(FoldedKey(spyKeys[position]));
+                known.insert(FoldAsciiCase(spyKeys[position].str));
             for (unsigned int index = 0; index < freshKeys.count; ++index) {
-                if (known.insert(FoldedKey(freshKeys[index])).second) {
+                if (known.insert(FoldAsciiCase(freshKeys[index].str)).second) {
                     spyKeys.Add(freshKeys[index]);
                     spyValues.Add(NotYetSent);
                 }

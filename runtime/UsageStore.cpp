@@ -69,11 +69,7 @@ bool KeyMatches(std::wstring_view pattern, UsageKey const& key) {
 }
 
 // The text a deletion is remembered by: one spelling for all letter cases.
-std::string FoldedUtf8(UsageKey const& key) {
-    std::wstring folded = key.ToWide();
-    for (wchar_t& c : folded) c = FoldAsciiCase(c);
-    return WString(folded).ToUtf8();
-}
+std::string FoldedUtf8(UsageKey const& key) { return WString(FoldAsciiCase(key.ToWide())).ToUtf8(); }
 
 // Places in the creation-order list by folded key: open addressing with
 // linear probing over (hash, place) pairs, at most 70 % full. A probe that
