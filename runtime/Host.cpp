@@ -260,7 +260,7 @@ ExitCode RunLine(WString const& line, Pipe const& pipe, RunState* parent, unsign
             return thrown;
         }
     }
-    Runs::Request request{parsed.name, trimmed, parent, mode, false, false};
+    Runs::Request request{parsed.name, trimmed, parent, mode, false};
     return Runs::Start(request, CommandBody(entry.factory, std::move(parsed), pipe));
 }
 
@@ -294,7 +294,7 @@ int StartBackground(WString const& line, Pipe const& pipe, ExitCode& failure) {
         };
     }
     int processId = -1;
-    Runs::Request request{parsed.name, trimmed, nullptr, 0, true, true};
+    Runs::Request request{parsed.name, trimmed, nullptr, 0, true};
     failure = Runs::Start(request, std::move(body), &processId);
     return failure.number == 0 ? processId : -1;
 }

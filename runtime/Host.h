@@ -58,9 +58,9 @@ ExitCode RunLine(WString const& line, Pipe const& pipe, RunState* parent = nullp
 // books, waits and is stopped for nobody. Gives its final code; a builtin
 // or an unknown name gives 127.
 ExitCode RunInPlace(WString const& line, Pipe const& pipe);
-// Starts a command line as a background run (an orphan) that is asked for a
-// go-ahead, and returns at once: its process id, or -1 with the failure's
-// code in `failure`.
+// Starts a command line as a background run (an orphan) and returns at
+// once: its process id, or -1 with the failure's code in `failure`. Every
+// run's go-ahead is noted, so AwaitSettled can wait for it.
 int StartBackground(WString const& line, Pipe const& pipe, ExitCode& failure);
 // Waits until the run with that process id, or every live run of that
 // command name, has settled: it has given its go-ahead and now waits, or it

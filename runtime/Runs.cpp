@@ -230,7 +230,6 @@ ExitCode Start(Request const& request, Body body, int* processId) {
     run->line = request.line;
     run->parent = request.background ? nullptr : request.parent;
     run->mode = request.mode;
-    run->goAheadRequested = request.askGoAhead;
     {
         std::lock_guard<std::mutex> lock(runsMutex);
         run->processId = ++lastProcessId;

@@ -58,7 +58,6 @@ struct RunState {
     unsigned int mode = 0;       // 2: may use what the parent (and its mode-2 ancestors) booked
     bool stopRequested = false;
     bool immune = false;         // spared by a general kill
-    bool goAheadRequested = false;
     bool goAheadGiven = false;   // sent, or the run has ended
     bool ended = false;
     int priority = 0;
@@ -102,7 +101,6 @@ struct Request {
     RunState* parent = nullptr;  // foreground: the run that waits; null for the shell
     unsigned int mode = 0;
     bool background = false;
-    bool askGoAhead = false;
 };
 // Foreground: runs `body` and gives its code once it ended. Background:
 // starts it and gives ExitCode(0) at once. Either way the run is live when

@@ -9,7 +9,7 @@ namespace Shell {
 namespace {
 
 bool RunTest(AutomaticTestEntry const& test, Host::BuiltinContext& context) {
-    Runs::Request request{test.name, WString(L"autotest run " + test.name.str), context.caller, 0, false, false};
+    Runs::Request request{test.name, WString(L"autotest run " + test.name.str), context.caller, 0, false};
     Pipe pipe = context.pipe;
     ExitCode code = Runs::Start(request, [&test, pipe](RunState&) {
         TestCommand command(pipe);
