@@ -193,8 +193,6 @@ Deadline DeadlineIn(unsigned int milliseconds) {
     return Clock::now() + std::chrono::milliseconds(milliseconds);
 }
 
-RunState* Current() { return currentRun; }
-
 int ShellForeground() { return shellForeground; }
 
 void Locked(std::function<void()> const& action) {

@@ -75,8 +75,6 @@ using Deadline = std::optional<Clock::time_point>;
 // A deadline `milliseconds` from now; 4294967295 means none.
 Deadline DeadlineIn(unsigned int milliseconds);
 
-RunState* Current();
-
 // Runs `action` under the runs' lock.
 void Locked(std::function<void()> const& action);
 // Runs `change` under the runs' lock, then wakes the waiters of `list`.
