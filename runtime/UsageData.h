@@ -15,6 +15,7 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -24,35 +25,61 @@
 struct UsageItems;  // the owning store's shared state (UsageStore.cpp)
 
 // A key in as few bytes as its characters allow: one a character when all
-// are below 256, else the wide characters.
+// are below 256, else the wide characters. Keys of up to 32 bytes (nearly
+// all) are kept inside the record itself, so that a look-up by key touches
+// no memory beyond the item it finds.
 class UsageKey {
 public:
     explicit UsageKey(std::wstring_view key);
     // Bytes that are all ASCII.
     explicit UsageKey(std::string_view asciiKey);
+    UsageKey(UsageKey&& other) noexcept;
+    UsageKey& operator=(UsageKey&&) = delete;
+    ~UsageKey();
 
     std::size_t size() const { return size_; }
     wchar_t operator[](std::size_t i) const {
-        return wide_ ? reinterpret_cast<wchar_t const*>(chars_.get())[i] : static_cast<wchar_t>(chars_[i]);
+        return wide_ ? WideChars()[i] : static_cast<wchar_t>(Bytes()[i]);
+    }
+    // Calls `visit` with the characters as a span of unsigned char or of
+    // wchar_t, so that loops over them need no test per character.
+    template <typename Visitor>
+    decltype(auto) Visit(Visitor&& visit) const {
+        if (wide_) return visit(std::span<wchar_t const>(WideChars(), size_));
+        return visit(std::span<unsigned char const>(Bytes(), size_));
     }
     std::wstring ToWide() const;
     std::string ToUtf8() const;
 
 private:
-    std::unique_ptr<unsigned char[]> chars_;
+    static constexpr std::size_t InlineBytes = 32;
+
+    UsageKey(std::size_t size, bool wide);
+    std::size_t ByteCount() const { return wide_ ? std::size_t{size_} * sizeof(wchar_t) : size_; }
+    bool IsInline() const { return ByteCount() <= InlineBytes; }
+    unsigned char* Bytes() { return IsInline() ? inline_ : heap_; }
+    unsigned char const* Bytes() const { return IsInline() ? inline_ : heap_; }
+    wchar_t* WideChars() { return reinterpret_cast<wchar_t*>(Bytes()); }
+    wchar_t const* WideChars() const { return reinterpret_cast<wchar_t const*>(Bytes()); }
+
     std::uint32_t size_;
     bool wide_;
+    union {
+        alignas(wchar_t) unsigned char inline_[InlineBytes];
+        unsigned char* heap_;
+    };
 };
 
 struct UsageData {
     UsageData(UsageKey itemKey, UsageDataType itemType, std::uint32_t itemValue, std::weak_ptr<UsageItems> itemOwner)
-        : owner(std::move(itemOwner)), key(std::move(itemKey)), type(itemType), value(itemValue) {}
+        : key(std::move(itemKey)), type(itemType), value(itemValue), owner(std::move(itemOwner)) {}
 
-    std::weak_ptr<UsageItems> const owner;
+    // The key and value first: a look-up compares the one and reads the other.
     UsageKey const key;  // spelling as created
-
     std::atomic<UsageDataType> type;
     std::atomic<std::uint32_t> value;
+    std::weak_ptr<UsageItems> const owner;
+
     // Bumped with every change to the history, so watchers see it change.
     std::atomic<std::uint32_t> historyChanges{0};
     std::atomic<bool> dirty{false};
@@ -64,5 +91,6 @@ struct UsageData {
     bool inDirtyList = false;
     bool mayBeInFile = false;           // a deletion must reach the file
     std::uint32_t slot = 0;             // place in the store's creation-order list
+    std::uint32_t keyHash = 0;          // of the folded key, for the store's index
     std::unique_ptr<std::vector<int>> history;  // UsageDateInt, oldest first; null while empty
 };

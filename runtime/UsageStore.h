@@ -3,8 +3,12 @@
 //
 // Keys are found without regard to ASCII letter case and without allocating,
 // through a flat index: open addressing over the items' places in a
-// creation-order list, each slot a 32-bit hash and a 32-bit place, so that a
-// million items cost a few bytes each beyond their records. Every operation takes the store's lock for itself only; values are read
+// creation-order list, each slot one 32-bit word (a place and eight bits of
+// hash), with short keys kept inside the item records. A look-up touches one
+// slot and the item it finds, which is what lets a monitor look up every key
+// of a large store each second. At most 16 777 214 items (far beyond the
+// instrument's memory); another new key is refused with std::length_error.
+// Every operation takes the store's lock for itself only; values are read
 // through references without a lock. A change marks its item dirty; a save
 // writes only the dirty items and the deletions since the last save, in one
 // transaction, and does its file work without holding the store's lock.
