@@ -25,7 +25,7 @@
 struct UsageItems;  // the owning store's shared state (UsageStore.cpp)
 
 // A key in as few bytes as its characters allow: one a character when all
-// are below 256, else the wide characters. Keys of up to 32 bytes (nearly
+// are below 256, else the wide characters. Keys of up to 40 bytes (nearly
 // all) are kept inside the record itself, so that a look-up by key touches
 // no memory beyond the item it finds.
 class UsageKey {
@@ -52,7 +52,7 @@ public:
     std::string ToUtf8() const;
 
 private:
-    static constexpr std::size_t InlineBytes = 32;
+    static constexpr std::size_t InlineBytes = 40;
 
     UsageKey(std::size_t size, bool wide);
     std::size_t ByteCount() const { return wide_ ? std::size_t{size_} * sizeof(wchar_t) : size_; }
