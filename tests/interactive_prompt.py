@@ -1,11 +1,10 @@
 #!/usr/bin/env python3
-"""labshell's prompt at a real terminal (a pty): completion, a failing
-command's message, the error log on stderr, Ctrl-C at the prompt and during a
-foreground monitor, the warning about unsaved changes, and the history kept
-across a restart. Every wait is for text on the terminal, with a deadline.
-
-Usage: interactive_prompt.py LABSHELL
-"""
+# labshell's prompt at a real terminal (a pty): completion, a failing
+# command's message, the error log on stderr, Ctrl-C at the prompt and during
+# a foreground monitor, the warning about unsaved changes, and the history
+# kept across a restart. Every wait is for text on the terminal, with a
+# deadline. Usage: interactive_prompt.py LABSHELL
+import fcntl
 import os
 import pty
 import re
@@ -15,15 +14,13 @@ import struct
 import sys
 import tempfile
 import termios
-import fcntl
 
-DEADLINE_S = 30
+DEADLINE_S = 120  # a guard only: every wait ends as soon as its text shows
 ESCAPES = re.compile(r"\x1b\[[0-9;?]*[A-Za-z]|\x1b[()=>][A-Za-z0-9]?|\r|\x07")
 
 
+# One labshell on a pty, read as plain text with the escapes taken out.
 class Session:
-    """One labshell on a pty, read as plain text with the escapes taken out."""
-
     def __init__(self, labshell, data):
         self.pid, self.fd = pty.fork()
         if self.pid == 0:
@@ -34,8 +31,8 @@ class Session:
         fcntl.ioctl(self.fd, termios.TIOCSWINSZ, struct.pack("HHHH", 40, 200, 0, 0))
         self.seen = ""  # everything read and not yet matched
 
+    # Reads until `pattern` shows; drops what stands before its end.
     def expect(self, pattern):
-        """Reads until `pattern` shows; drops what stands before its end."""
         regex = re.compile(pattern)
         while True:
             found = regex.search(self.seen)
@@ -55,8 +52,8 @@ class Session:
         self.expect("labshell> ")
         self.type(line + "\r")
 
+    # The exit status, once labshell has ended.
     def status(self):
-        """The exit status, once labshell has ended."""
         try:
             while os.read(self.fd, 4096):
                 pass

@@ -3,7 +3,8 @@
 # what it prints, its exit status and its logs must read as NAME.out.
 #
 # A first line "# args: ..." replaces the default arguments "--today 20240815".
-# The logs are shown without their time stamps. UPDATE=1 writes NAME.out from
+# The logs are shown without their time stamps; a line "# logs: NAME..." shows
+# only the logs named, for a script whose point is not in the others. UPDATE=1 writes NAME.out from
 # the run instead of comparing (read the result before you commit it).
 # LABSHELL_EMULATOR, when set, is put in front of labshell (a cross-build).
 set -u
@@ -21,6 +22,7 @@ if [ -d "$base.data" ]; then cp -r "$base.data/." "$data/"; fi
 args="--today 20240815"
 first=$(head -n 1 "$script")
 case "$first" in "# args:"*) args=${first#"# args:"} ;; esac
+logs=$(sed -n 's/^# logs://p' "$script" | head -n 1)
 
 # shellcheck disable=SC2086
 (cd "$work" && ${LABSHELL_EMULATOR:-} "$labshell" --data "$data" --echo $args "$script" >"$work/stdout" 2>"$work/stderr" </dev/null)
@@ -30,7 +32,7 @@ status=$?
   cat "$work/stdout"
   if [ -s "$work/stderr" ]; then echo "--- stderr"; cat "$work/stderr"; fi
   echo "--- exit $status"
-  for log in run.log error.log UsageAlertLog.log; do
+  for log in ${logs:-run.log error.log UsageAlertLog.log}; do
     if [ -f "$data/log/$log" ]; then
       echo "--- log/$log"
       # Drop "YYYY-MM-DD HH:MM:SS " in front of each line.

@@ -1,5 +1,5 @@
-// Helpers shared by the unit tests: the exit number a piece of code throws,
-// and an in-process host with a data folder of the suite's own.
+// Helpers shared by the unit tests: an in-process host with a data folder
+// of the suite's own, and labshell started as a process.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -9,23 +9,12 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <functional>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "frame/host/System.h"
 #include "runtime/Host.h"
-
-// The number of the ExitCode that `action` throws; 0 when it throws none.
-inline unsigned int ThrownNumber(std::function<void()> const& action) {
-    try {
-        action();
-    } catch (ExitCode const& code) {
-        return code.number;
-    }
-    return 0;
-}
 
 // Opens a fresh data folder named after the suite and loads UsageLog.dll.
 inline void OpenSuiteHost(std::string const& name, std::filesystem::path& dataDir) {
