@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <chrono>
 #include <condition_variable>
+#include <cstddef>
 #include <filesystem>
 #include <fstream>
 #include <future>
@@ -54,7 +55,7 @@ public:
     // The lines written since the last call.
     Lines Take() {
         std::lock_guard<std::mutex> lock(mutex_);
-        Lines taken(lines_.begin() + static_cast<long>(taken_), lines_.end());
+        Lines taken(lines_.begin() + static_cast<std::ptrdiff_t>(taken_), lines_.end());
         taken_ = lines_.size();
         return taken;
     }
