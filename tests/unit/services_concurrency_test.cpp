@@ -80,7 +80,9 @@ TEST_F(ServicesConcurrency, MonitorSendsAtMostItsCountBetweenSleepsAndEndsAtADel
     EXPECT_EQ(lines.Take(), (Lines{"B.2=2", "B.3=2", "B.4=2"}));
 
     // A deletion ends the monitor at its next pass, which a flush starts; it
-    // never answers.
+    // never answers. The deletion waits for the monitor's sleep after the
+    // pass that follows the answer.
+    ASSERT_TRUE(Host::AwaitSettled(L"UsageLogSpy", 60000, matched));
     ASSERT_EQ(Run("UsageLog B.1="), 0u);
     EXPECT_EQ(Run("UsageLogSpy flush -w0.01"), 13u);
     ASSERT_EQ(spy.wait_for(std::chrono::seconds(60)), std::future_status::ready);

@@ -2,8 +2,8 @@
 // count, the narration's shared state keeps its lines whole and in order,
 // measuring runs stopped in the middle book their time, and a monitor shows
 // only lasting changes between its passes.
+#include <algorithm>
 #include <cmath>
-#include <regex>
 #include <thread>
 
 #include "usagelog_host_fixture.h"
@@ -37,12 +37,13 @@ TEST_F(UsageLogConcurrency, RunnersShareOneCounterAndTheNarrationsState) {
     // Each dock names one whole chip. Steps of the chain are numbered under
     // the shared state, so the log has them in the order of their numbers
     // (a run whose tool date another run took writes none).
+    Lines chips;
+    for (int runner = 0; runner < Runners; ++runner) chips.push_back("Dock Chip" + std::to_string(runner));
     int docks = 0, steps = 0;
-    std::regex const dockLine("Dock Chip[0-7]");
     for (std::string const& line : TakeRunLog()) {
         if (line.rfind("Dock", 0) == 0) {
             ++docks;
-            EXPECT_TRUE(std::regex_match(line, dockLine)) << line;
+            EXPECT_NE(std::find(chips.begin(), chips.end(), line), chips.end()) << line;
         } else {
             ++steps;
             EXPECT_EQ(line, steps == 1 ? "Shutdown Start" : "Shutdown Step " + std::to_string(steps) + " Start");
