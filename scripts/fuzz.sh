@@ -47,6 +47,9 @@ fuzz_target() {
       -artifact_prefix="$source/regressions/" >>"build/fuzz/$target.log" 2>&1 && return 0
     finding=$(comm -13 <(echo "$before") <(ls "$source/regressions") | head -n 1)
     [ -n "$finding" ] || return 1
+    # Once more with the target's output, which says which oracle broke.
+    echo "replay of $finding:" >>"build/fuzz/$target.log"
+    "$program" -timeout=1 "$source/regressions/$finding" >>"build/fuzz/$target.log" 2>&1 || true
     case $finding in timeout-*) ;; *) return 1 ;; esac
     "$program" "${options[@]}" "$source/regressions/$finding" "$source/regressions/$finding" >/dev/null 2>&1 && {
       echo "$target: $finding was slow only once: dropped"
