@@ -23,7 +23,7 @@ namespace fuzz {
 
 namespace fs = std::filesystem;
 
-// Started once per process; the folder goes when the process ends.
+// Started once per process.
 inline fs::path const& DataFolder() {
     static fs::path const folder = [] {
         // A folder in memory where there is one: saves sync the file.
@@ -34,7 +34,6 @@ inline fs::path const& DataFolder() {
         fs::path bin = fs::read_symlink("/proc/self/exe").parent_path();
         Check(Host::LoadPlugin((bin / "UsageLog.dll").string(), error, warning), "UsageLog.dll loads");
         Shell::AddBuiltins();
-        std::atexit([] { Host::Shutdown(), fs::remove_all(DataFolder()); });
         return fs::path(pattern);
     }();
     return folder;
@@ -91,8 +90,10 @@ private:
 }  // namespace fuzz
 
 // The host starts before the first input, so that no input's time counts
-// it. Defined here: each target includes this header once.
+// it, and ends, with its folder, before the folder's name is destroyed.
+// Defined here: each target includes this header once.
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
     fuzz::DataFolder();
+    std::atexit([] { Host::Shutdown(), fuzz::fs::remove_all(fuzz::DataFolder()); });
     return 0;
 }
