@@ -4,6 +4,7 @@
 #include <sqlite3.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -50,6 +51,25 @@ bool IsLockedCode(int code) {
     return code == SQLITE_BUSY || code == SQLITE_LOCKED;
 }
 
+// A failure of the disk, not of the file's content: no verdict on whether
+// the file is a usage store.
+bool IsDiskCode(int code) {
+    code &= 0xFF;
+    return code == SQLITE_IOERR || code == SQLITE_FULL || code == SQLITE_CANTOPEN || code == SQLITE_NOMEM ||
+           code == SQLITE_PERM || code == SQLITE_READONLY;
+}
+
+bool IsDiskFull(sqlite3* db) {
+    return (sqlite3_extended_errcode(db) & 0xFF) == SQLITE_FULL || sqlite3_system_errno(db) == ENOSPC;
+}
+
+// Why the last call on `db` failed; a full disk says so first.
+std::string Describe(sqlite3* db) {
+    if (db == nullptr) return "out of memory";
+    std::string reason = sqlite3_errmsg(db);
+    return IsDiskFull(db) ? "disk full (" + reason + ")" : reason;
+}
+
 std::uintmax_t SizeOrZero(std::string const& path) {
     std::error_code failure;
     std::uintmax_t size = fs::file_size(path, failure);
@@ -91,10 +111,11 @@ bool CreateEmptyStore(std::string const& path, std::string& error) {
         int result = sqlite3_open_v2(temporary.c_str(), &connection.db,
                                      SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
         if (result == SQLITE_OK) result = sqlite3_exec(connection.db, CreateSchema, nullptr, nullptr, nullptr);
-        if (result != SQLITE_OK) {
-            error = connection.db != nullptr ? sqlite3_errmsg(connection.db) : "out of memory";
-            return false;
-        }
+        if (result != SQLITE_OK) error = Describe(connection.db);
+    }
+    if (!error.empty()) {
+        RemoveWithSiblings(temporary);  // a full disk gets its room back
+        return false;
     }
     if (std::rename(temporary.c_str(), path.c_str()) != 0) {
         error = "cannot put the new store in place";
@@ -125,7 +146,7 @@ UsageStoreFile::Refusal CheckIsUsageStore(std::string const& path, std::string& 
     {
         ConnectionGuard connection;
         if (sqlite3_open_v2(path.c_str(), &connection.db, SQLITE_OPEN_READONLY, nullptr) != SQLITE_OK) {
-            error = connection.db != nullptr ? sqlite3_errmsg(connection.db) : "out of memory";
+            error = Describe(connection.db);
             return Refusal::CannotOpen;
         }
         sqlite3_busy_timeout(connection.db, BusyTimeoutMs);
@@ -134,6 +155,10 @@ UsageStoreFile::Refusal CheckIsUsageStore(std::string const& path, std::string& 
             if (IsLockedCode(code)) {
                 error = "locked by another process";
                 return Refusal::Locked;
+            }
+            if (IsDiskCode(code)) {
+                error = Describe(connection.db);
+                return Refusal::CannotOpen;
             }
             error = std::string("not a usage store (") + (code == SQLITE_OK ? what : sqlite3_errmsg(connection.db)) + ")";
             return Refusal::NotAStore;
@@ -202,9 +227,7 @@ UsageStoreFile::~UsageStoreFile() {
     sqlite3_close(db_);
 }
 
-std::string UsageStoreFile::LastError() const {
-    return db_ != nullptr ? sqlite3_errmsg(db_) : "out of memory";
-}
+std::string UsageStoreFile::LastError() const { return Describe(db_); }
 
 bool UsageStoreFile::Execute(char const* sql, std::string& error) {
     if (sqlite3_exec(db_, sql, nullptr, nullptr, nullptr) == SQLITE_OK) return true;

@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
 # Builds the project and runs every test: a plain build, one with
 # AddressSanitizer and UndefinedBehaviorSanitizer, the concurrency tests
-# with ThreadSanitizer, and a build for the instrument (32-bit ARM) under
-# qemu. Installs what is missing first. Arguments name the legs to run
-# (plain, asan, tsan, armhf); none runs them all.
+# with ThreadSanitizer, a minute of fuzzing per fuzz target, and a build for
+# the instrument (32-bit ARM) under qemu. Installs what is missing first.
+# Arguments name the legs to run (plain, asan, tsan, fuzz, armhf); none runs
+# them all.
 set -eu
 cd "$(dirname "$0")/.."
 scripts/install-deps.sh
@@ -40,6 +41,13 @@ run_suite plain "" ""
 run_suite asan "address,undefined" ""
 # Tests of concurrent runs carry "concurrency" in their names.
 run_suite tsan "thread" "[Cc]oncurrency"
+# Each fuzz target for a minute on top of its seeds; the script prints the
+# time of its build and of each target.
+if selected fuzz; then
+  scripts/fuzz.sh
+  timings+=("fuzz $((SECONDS - last_end)) s")
+  last_end=$SECONDS
+fi
 # The instrument: a cross-build whose tests CTest runs under qemu.
 if selected armhf; then
   scripts/install-armhf.sh

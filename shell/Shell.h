@@ -36,6 +36,8 @@ void RunPrompt(bool echo);
 // A builtin used the wrong way: "** NAME: MESSAGE" on stderr, exit number 1.
 ExitCode Misuse(wchar_t const* builtin, WString const& message);
 
+// All of the builtins below.
+void AddBuiltins();
 void AddHelpBuiltin();
 void AddShellBuiltin();
 void AddPsBuiltin();

@@ -175,22 +175,6 @@ bool Start(Invocation const& invocation) {
     return true;
 }
 
-void AddBuiltins() {
-    Shell::AddHelpBuiltin();
-    Shell::AddShellBuiltin();
-    Shell::AddPsBuiltin();
-    Shell::AddKillBuiltin();
-    Shell::AddSleepBuiltin();
-    Shell::AddWaitBuiltin();
-    Shell::AddStatusBuiltin();
-    Shell::AddDateBuiltin();
-    Shell::AddRunlogBuiltin();
-    Shell::AddExternalBuiltin();
-    Shell::AddAutotestBuiltin();
-    Shell::AddExitBuiltin();
-    Shell::AddForecastBuiltin();
-}
-
 // Gives false when the script cannot be read.
 bool RunInput(Invocation const& invocation, bool& interactive) {
     interactive = false;
@@ -231,7 +215,7 @@ int main(int argc, char** argv) {
     if (!TryParseInvocation(SplitAttachedValues(argc, argv), invocation)) return UsageStatus;
     if (AnswerInformationRequest(invocation)) return 0;
     if (!Start(invocation)) return StartFailureStatus;
-    AddBuiltins();
+    Shell::AddBuiltins();
     Shell::EchoComments(invocation.comments);
 
     bool interactive = false;

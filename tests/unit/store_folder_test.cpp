@@ -1,23 +1,16 @@
-// The data folder's lock and the store's creation, from outside: a second
+// The data folder's lock and the store's faults, from outside: a second
 // labshell on a folder in use is refused and changes nothing, a lock of a
-// dead process does not block, and a first start killed at random moments
-// never leaves a store that the next start refuses.
+// dead process does not block, a first start killed at random moments never
+// leaves a store that the next start refuses, and a full disk loses nothing.
 #include <gtest/gtest.h>
-#include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <chrono>
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
-#include <random>
-#include <sstream>
 #include <string>
-#include <thread>
 
 #include "UsageLog.h"
 #include "runtime/UsageStore.h"
+#include "store_faults.h"
 #include "test_support.h"
 
 namespace {
@@ -26,6 +19,7 @@ namespace fs = std::filesystem;
 
 // A labshell that reads its script from a pipe and so holds its folder until
 // the pipe is closed. It has its folder once it has echoed a first line.
+// Its stdout and stderr come back on one pipe.
 class HoldingLabshell {
 public:
     explicit HoldingLabshell(fs::path const& data) {
@@ -35,6 +29,7 @@ public:
         if (pid_ == 0) {
             dup2(input[0], 0);
             dup2(output[1], 1);
+            dup2(output[1], 2);
             close(input[1]);
             close(output[0]);
             std::string folder = data.string();
@@ -45,7 +40,7 @@ public:
         toShell_ = fdopen(input[1], "w");
         fromShell_ = fdopen(output[0], "r");
     }
-    ~HoldingLabshell() { Finish(); }
+    ~HoldingLabshell() { Finish(false); }
 
     pid_t Pid() const { return pid_; }
 
@@ -62,12 +57,8 @@ public:
         return output;
     }
 
-    void Kill() {
-        kill(pid_, SIGKILL);
-        Finish();
-    }
-
-    void Finish() {
+    void Finish(bool kill) {
+        if (kill) ::kill(pid_, SIGKILL);
         if (toShell_ != nullptr) std::fclose(toShell_);
         if (fromShell_ != nullptr) std::fclose(fromShell_);
         toShell_ = fromShell_ = nullptr;
@@ -81,17 +72,7 @@ private:
     FILE* fromShell_ = nullptr;
 };
 
-class StoreFolder : public ::testing::Test {
-protected:
-    void SetUp() override {
-        char pattern[] = "/tmp/store_folder_XXXXXX";
-        ASSERT_NE(mkdtemp(pattern), nullptr);
-        dir_ = pattern;
-    }
-    void TearDown() override { fs::remove_all(dir_); }
-
-    fs::path dir_;
-};
+using StoreFolder = TempFolderTest;
 
 }  // namespace
 
@@ -107,14 +88,14 @@ TEST_F(StoreFolder, OneLabshellPerFolderAndADeadHolderDoesNotBlock) {
         // The lost update of two shells that both add one to 5 cannot happen:
         // the second one never starts.
         Outcome second = RunLabshell("--data " + data.string() + " -c \"UsageLog -a -b Counter\"");
-        EXPECT_NE(second.status, 0);
+        EXPECT_EQ(second.status, 1);
         EXPECT_NE(second.output.find(data.string()), std::string::npos) << second.output;
         EXPECT_NE(second.output.find("process " + std::to_string(holder.Pid())), std::string::npos)
             << second.output;
         EXPECT_EQ(Contents(data / "usage.db"), storeBefore);
         EXPECT_EQ(Contents(data / "labshell.lock"), lockBefore);
         EXPECT_EQ(holder.Run("UsageLog -a -b Counter"), "> UsageLog -a -b Counter\n= 0\n");
-        holder.Kill();
+        holder.Finish(true);
     }
     // The killed holder's lock went with it.
     Outcome after = RunLabshell("--data " + data.string() + " -c \"UsageLog Counter\"");
@@ -124,47 +105,68 @@ TEST_F(StoreFolder, OneLabshellPerFolderAndADeadHolderDoesNotBlock) {
 
 TEST_F(StoreFolder, FirstStartKilledAtRandomMomentsLeavesNoStoreOrAnEmptyOne) {
     std::string const db = (dir_ / "usage.db").string();
-    auto createInChild = [&db] {
-        pid_t pid = fork();
-        if (pid == 0) {
-            UsageLog usage;
-            std::string error;
-            _exit(usage.Store().Open(db, error) ? 0 : 1);
-        }
-        return pid;
-    };
-    auto openedItems = [&db](std::string& error) {
-        UsageLog usage;
-        return usage.Store().Open(db, error) ? static_cast<int>(usage.Count()) : -1;
-    };
-
-    // How long one creation takes, so that the kills spread over all of it.
-    auto start = std::chrono::steady_clock::now();
-    pid_t child = createInChild();
-    ASSERT_GT(child, 0);
-    int status = 0;
-    waitpid(child, &status, 0);
-    ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
-    auto creation = std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - start);
-
-    unsigned int const seed = 20261124;
-    std::printf("kill delays: seed %u, up to %lld us\n", seed, static_cast<long long>(creation.count()));
-    std::mt19937 random(seed);
-    std::uniform_int_distribution<long long> delay(0, creation.count() + creation.count() / 4);
     int killedBeforeStore = 0, killedAfterStore = 0;
-    for (int round = 0; round < 150; ++round) {
+    auto emptyFolder = [this] {
         fs::remove_all(dir_);
         fs::create_directories(dir_);
-        child = createInChild();
-        ASSERT_GT(child, 0);
-        std::this_thread::sleep_for(std::chrono::microseconds(delay(random)));
-        kill(child, SIGKILL);
-        waitpid(child, &status, 0);
-        ++(fs::exists(db) ? killedAfterStore : killedBeforeStore);
+    };
+    auto create = [&db] {
+        UsageLog usage;
         std::string error;
-        ASSERT_EQ(openedItems(error), 0) << "round " << round << ": " << error;
-        ASSERT_EQ(openedItems(error), 0) << "round " << round << ": " << error;
-    }
+        return usage.Store().Open(db, error);
+    };
+    KillAtRandomMoments(20261124, 150, emptyFolder, create, [&](int round) {
+        if (round >= 0) ++(fs::exists(db) ? killedAfterStore : killedBeforeStore);
+        for (int start = 0; start < 2; ++start) {
+            UsageLog usage;
+            std::string error;
+            ASSERT_TRUE(usage.Store().Open(db, error)) << "round " << round << ": " << error;
+            ASSERT_EQ(usage.Count(), 0u) << "round " << round;
+        }
+    });
     std::printf("killed before the store was in place %d times, after %d times\n", killedBeforeStore,
                 killedAfterStore);
+}
+
+TEST_F(StoreFolder, AFullDiskLosesNothingAndSaysSo) {
+    SmallDisk disk(dir_ / "disk");
+    if (!disk.refusal.empty()) GTEST_SKIP() << "no small tmpfs to fill up here: " << disk.refusal;
+    fs::path data = disk.path / "data";
+    auto listing = [&data] {
+        return RunLabshell("--data " + data.string() +
+                           " -c \"UsageLog Kept.Count Item.1.Count Item.300.Count\" -c \"UsageLog Gone.Count\"");
+    };
+    std::string const saved = "Item.1.Count=1\nItem.300.Count=1\nKept.Count=6\n";  // listed in key order
+    {
+        HoldingLabshell shell(data);
+        ASSERT_EQ(shell.Run("UsageLog -a5 -b Kept.Count Gone.Count"), "> UsageLog -a5 -b Kept.Count Gone.Count\n= 0\n");
+        disk.Fill();
+        // More pages than the write-ahead log holds already.
+        std::string items = "UsageLog -a Kept.Count";
+        for (int i = 1; i <= 300; ++i) items += " Item." + std::to_string(i) + ".Count";
+        EXPECT_EQ(shell.Run("UsageLog Gone.Count="), "> UsageLog Gone.Count=\n= 0\n");
+        EXPECT_EQ(shell.Run(items), "> " + items + "\n= 0\n");
+        std::string failed = shell.Run("UsageLog -b");
+        EXPECT_NE(failed.find("failed (302 changes kept for the next save): disk full"), std::string::npos) << failed;
+        disk.Free();
+        EXPECT_EQ(shell.Run("UsageLog -b"), "> UsageLog -b\n= 0\n");
+    }
+    Outcome restarted = listing();
+    EXPECT_EQ(restarted.status, 4);  // Gone.Count is no item
+    EXPECT_EQ(restarted.output, saved);
+
+    // A start on a full disk: a valid store is read, or the start says why
+    // it cannot; it is never taken for no store.
+    std::string const store = Contents(data / "usage.db");
+    disk.Fill();
+    Outcome full = listing();
+    bool const saysDiskFull = full.status == 1 && full.output.find(": disk full") != std::string::npos;
+    EXPECT_TRUE(full.status == 4 ? full.output == saved : saysDiskFull) << full.status << ": " << full.output;
+    EXPECT_EQ(Contents(data / "usage.db"), store);
+    Outcome first = RunLabshell("--data " + (disk.path / "new").string() + " -c \"UsageLog -b\"");
+    EXPECT_EQ(first.status, 1);
+    EXPECT_NE(first.output.find("usage.db: disk full"), std::string::npos) << first.output;
+    for (char const* name : {"usage.db", "usage.db.new"}) EXPECT_FALSE(fs::exists(disk.path / "new" / name)) << name;
+    disk.Free();
+    EXPECT_EQ(listing().output, saved);
 }
