@@ -13,7 +13,9 @@
 #pragma once
 
 #include <atomic>
+#include <bit>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <span>
 #include <string>
@@ -27,7 +29,8 @@ struct UsageItems;  // the owning store's shared state (UsageStore.cpp)
 // A key in as few bytes as its characters allow: one a character when all
 // are below 256, else the wide characters. Keys of up to 40 bytes (nearly
 // all) are kept inside the record itself, so that a look-up by key touches
-// no memory beyond the item it finds.
+// no memory beyond the item it finds. A key of bytes is zero padded to whole
+// 64-bit words, which the store's index hashes and compares a word at a time.
 class UsageKey {
 public:
     explicit UsageKey(std::wstring_view key);
@@ -51,11 +54,22 @@ public:
     std::wstring ToWide() const;
     std::string ToUtf8() const;
 
+    bool IsWide() const { return wide_; }
+    // Of a key of bytes: eight characters a word, the first in the lowest
+    // byte, the last word zero padded.
+    std::size_t WordCount() const { return (size_ + 7) / 8; }
+    std::uint64_t Word(std::size_t i) const {
+        std::uint64_t word;
+        std::memcpy(&word, Bytes() + 8 * i, sizeof word);
+        return word;
+    }
+
 private:
     static constexpr std::size_t InlineBytes = 40;
+    static_assert(std::endian::native == std::endian::little, "a key's first byte is the lowest of its first word");
 
     UsageKey(std::size_t size, bool wide);
-    std::size_t ByteCount() const { return wide_ ? std::size_t{size_} * sizeof(wchar_t) : size_; }
+    std::size_t ByteCount() const { return wide_ ? std::size_t{size_} * sizeof(wchar_t) : WordCount() * 8; }
     bool IsInline() const { return ByteCount() <= InlineBytes; }
     unsigned char* Bytes() { return IsInline() ? inline_ : heap_; }
     unsigned char const* Bytes() const { return IsInline() ? inline_ : heap_; }
@@ -65,7 +79,7 @@ private:
     std::uint32_t size_;
     bool wide_;
     union {
-        alignas(wchar_t) unsigned char inline_[InlineBytes];
+        alignas(std::uint64_t) unsigned char inline_[InlineBytes];
         unsigned char* heap_;
     };
 };

@@ -37,66 +37,98 @@ decltype(auto) WithChars(UsageKey const& key, Visitor&& visit) {
     return key.Visit(visit);
 }
 
-// Folds the ASCII capitals among eight bytes at once; bytes from 0x80 up
-// stay as they are.
-std::uint64_t FoldAsciiCaseOfBytes(std::uint64_t word) {
-    constexpr std::uint64_t Ones = 0x0101010101010101ull;
-    std::uint64_t low7 = word & (0x7F * Ones);
-    std::uint64_t atLeastA = low7 + (0x80 - 'A') * Ones;
-    std::uint64_t aboveZ = low7 + (0x80 - 'Z' - 1) * Ones;
-    std::uint64_t capitals = atLeastA & ~aboveZ & ~word & (0x80 * Ones);
-    return word | (capitals >> 2);
-}
-
-// The low bytes of up to eight characters, the first in the lowest byte.
-template <typename Char>
-std::uint64_t LowBytes(Char const* chars, std::size_t count) {
-    std::uint64_t word = 0;
-#pragma GCC unroll 8  // a whole word's gather in straight code: it runs for every look-up
-    for (std::size_t i = 0; i < count; ++i) word |= std::uint64_t{static_cast<unsigned char>(chars[i])} << (8 * i);
-    return word;
-}
-
-// Eight characters a word, a byte each (the low byte of a wide character),
-// folded together and mixed in with one multiply: a 30-character key costs
-// four multiplies. Keys equal but for letter case get equal words, whether
-// kept as bytes or as wide characters.
-template <typename Char>
-std::uint32_t HashChars(std::span<Char const> chars) {
-    auto mix = [](std::uint64_t hash, std::uint64_t word) {
-        hash = (hash ^ FoldAsciiCaseOfBytes(word)) * 0x9E3779B97F4A7C15ull;
-        return hash ^ (hash >> 32);
-    };
-    std::uint64_t hash = chars.size();
-    std::size_t i = 0;
-    for (; i + 8 <= chars.size(); i += 8) hash = mix(hash, LowBytes(&chars[i], 8));
-    if (i < chars.size()) hash = mix(hash, LowBytes(&chars[i], chars.size() - i));
-    return static_cast<std::uint32_t>(mix(hash, 0));
-}
-
-// A look-up nearly always names the key as it was spelt: a plain comparison
-// without a branch a character first, the folded one only when that differs.
 template <typename A, typename B>
 bool EqualChars(std::span<A const> a, std::span<B const> b) {
     if (a.size() != b.size()) return false;
-    std::uint32_t difference = 0;
-    for (std::size_t i = 0; i < a.size(); ++i)
-        difference |= static_cast<std::uint32_t>(a[i]) ^ static_cast<std::uint32_t>(b[i]);
-    if (difference == 0) return true;
     for (std::size_t i = 0; i < a.size(); ++i)
         if (FoldAsciiCase(static_cast<wchar_t>(a[i])) != FoldAsciiCase(static_cast<wchar_t>(b[i]))) return false;
     return true;
-}
-
-template <typename Key>
-std::uint32_t FoldedHash(Key const& key) {
-    return WithChars(key, [](auto chars) { return HashChars(chars); });
 }
 
 template <typename A, typename B>
 bool FoldedEqual(A const& a, B const& b) {
     return WithChars(a, [&b](auto x) { return WithChars(b, [&x](auto y) { return EqualChars(x, y); }); });
 }
+
+// Eight characters a word mixed in with one multiply. Setting bit 5 of
+// every byte makes a capital and its small letter alike; among the other
+// characters of a valid key it joins none.
+template <typename Words>
+std::uint32_t HashWords(std::size_t size, std::size_t wordCount, Words const& words) {
+    constexpr std::uint64_t CaseBits = 0x2020202020202020ull;
+    auto mix = [](std::uint64_t hash, std::uint64_t word) {
+        hash = (hash ^ word) * 0x9E3779B97F4A7C15ull;
+        return hash ^ (hash >> 32);
+    };
+    std::uint64_t hash = size;
+    for (std::size_t i = 0; i < wordCount; ++i) hash = mix(hash, words.Word(i) | CaseBits);
+    return static_cast<std::uint32_t>(mix(hash, 0));
+}
+
+// A key being looked up, packed once as a key of bytes is kept: the low
+// bytes of its characters, eight to a word. Whether every character fits a
+// byte decides if whole words can settle a comparison.
+class PackedKey {
+public:
+    explicit PackedKey(std::wstring_view key) : text_(key) {
+        std::size_t count = (key.size() + 7) / 8;
+        if (count > InlineWords) heap_.resize(count);
+        words_ = count > InlineWords ? heap_.data() : inline_;
+        std::uint32_t all = 0;
+        std::size_t full = key.size() / 8;
+        for (std::size_t w = 0; w < full; ++w) words_[w] = Pack(&key[8 * w], 8, all);
+        if (full < count) words_[full] = Pack(&key[8 * full], key.size() - 8 * full, all);
+        narrow_ = all <= 0xFF;
+    }
+
+    std::wstring_view Text() const { return text_; }
+    bool IsNarrow() const { return narrow_; }
+    std::size_t size() const { return text_.size(); }
+    std::size_t WordCount() const { return (text_.size() + 7) / 8; }
+    std::uint64_t Word(std::size_t i) const { return words_[i]; }
+    std::uint32_t Hash() const { return HashWords(size(), WordCount(), *this); }
+
+private:
+    static constexpr std::size_t InlineWords = 8;
+
+    // The low bytes of up to eight characters, the first lowest; `all` gathers their bits.
+    static std::uint64_t Pack(wchar_t const* chars, std::size_t count, std::uint32_t& all) {
+        std::uint64_t word = 0;
+#pragma GCC unroll 8  // straight code for a whole word: it runs for every look-up
+        for (std::size_t i = 0; i < count; ++i) {
+            auto c = static_cast<std::uint32_t>(chars[i]);
+            all |= c;
+            word |= std::uint64_t{c & 0xFF} << (8 * i);
+        }
+        return word;
+    }
+
+    std::wstring_view text_;
+    bool narrow_;
+    std::uint64_t* words_;
+    std::uint64_t inline_[InlineWords];
+    std::vector<std::uint64_t> heap_;
+};
+
+std::uint32_t KeyHash(UsageKey const& key) {
+    if (key.IsWide()) return PackedKey(key.ToWide()).Hash();
+    return HashWords(key.size(), key.WordCount(), key);
+}
+
+// A look-up nearly always names a key as it was spelt: whole words settle
+// that, and only a key named in other letter case (or with characters
+// beyond a byte) is compared a character at a time.
+bool SameKey(UsageKey const& stored, PackedKey const& key) {
+    if (stored.size() != key.size()) return false;
+    if (!stored.IsWide() && key.IsNarrow()) {
+        std::uint64_t difference = 0;
+        for (std::size_t i = 0; i < key.WordCount(); ++i) difference |= stored.Word(i) ^ key.Word(i);
+        if (difference == 0) return true;
+    }
+    return FoldedEqual(stored, key.Text());
+}
+
+bool SameKey(UsageKey const& stored, UsageKey const& key) { return FoldedEqual(stored, key); }
 
 // "*" any run of characters, "?" one; greedy with one backtrack point, the
 // last "*" seen.
@@ -144,7 +176,7 @@ public:
         for (std::size_t i = Home(hash);; i = Next(i)) {
             std::uint32_t slot = slots_[i];
             if (slot == Empty) return NotFound;
-            if (TagOf(slot) == Tag(hash) && FoldedEqual(places.KeyAt(PlaceOf(slot)), key)) return PlaceOf(slot);
+            if (TagOf(slot) == Tag(hash) && SameKey(places.KeyAt(PlaceOf(slot)), key)) return PlaceOf(slot);
         }
     }
 
@@ -162,7 +194,7 @@ public:
         Reserve(used_ + 1, places);
         std::size_t i = Home(hash);
         for (; slots_[i] != Empty; i = Next(i))
-            if (TagOf(slots_[i]) == Tag(hash) && FoldedEqual(places.KeyAt(PlaceOf(slots_[i])), key))
+            if (TagOf(slots_[i]) == Tag(hash) && SameKey(places.KeyAt(PlaceOf(slots_[i])), key))
                 return PlaceOf(slots_[i]);
         slots_[i] = Slot(place, hash);
         ++used_;
@@ -229,7 +261,11 @@ private:
 }  // namespace
 
 UsageKey::UsageKey(std::size_t size, bool wide) : size_(static_cast<std::uint32_t>(size)), wide_(wide) {
-    if (!IsInline()) heap_ = new unsigned char[ByteCount()];
+    // Zeroed: a key of bytes ends in zero padding.
+    if (IsInline())
+        std::memset(inline_, 0, InlineBytes);
+    else
+        heap_ = new unsigned char[ByteCount()]();
 }
 
 UsageKey::UsageKey(std::wstring_view key)
@@ -248,7 +284,7 @@ UsageKey::UsageKey(std::string_view asciiKey) : UsageKey(asciiKey.size(), false)
 
 UsageKey::UsageKey(UsageKey&& other) noexcept : size_(other.size_), wide_(other.wide_) {
     if (IsInline()) {
-        std::memcpy(inline_, other.inline_, ByteCount());
+        std::memcpy(inline_, other.inline_, InlineBytes);
     } else {
         heap_ = other.heap_;
         other.size_ = 0;  // inline and empty: nothing left to free
@@ -293,9 +329,9 @@ struct UsageItems : std::enable_shared_from_this<UsageItems> {
     UsageKey const& KeyAt(std::uint32_t place) const { return ordered[place]->key; }
     std::uint32_t HashAt(std::uint32_t place) const { return ordered[place]->keyHash; }
 
-    template <typename Key>
-    std::uint32_t PlaceOf(Key const& key) const {
-        return index.Find(key, FoldedHash(key), *this);
+    std::uint32_t PlaceOf(std::wstring_view key) const {
+        PackedKey packed(key);
+        return index.Find(packed, packed.Hash(), *this);
     }
 
     std::shared_ptr<UsageData> Find(std::wstring_view key) const {
@@ -316,7 +352,7 @@ struct UsageItems : std::enable_shared_from_this<UsageItems> {
         auto place = static_cast<std::uint32_t>(ordered.size());
         if (place >= KeyIndex::MaxPlaces)
             throw std::length_error("the usage store holds " + std::to_string(place) + " items, the most it can");
-        item->keyHash = FoldedHash(item->key);
+        item->keyHash = KeyHash(item->key);
         if (index.InsertUnlessPresent(item->key, item->keyHash, place, *this) != KeyIndex::NotFound) return false;
         item->slot = place;
         ordered.push_back(item);

@@ -57,6 +57,11 @@ TEST(StoreItems, IndexAgreesWithAPlainMapThroughRandomCreationsAndDeletions) {
         if (found) {
             EXPECT_EQ(value, expected->second) << WString(key).ToUtf8();
         }
+        // The same low bytes beyond a byte's range name another key.
+        std::wstring shadow = key;
+        for (wchar_t& c : shadow) c |= 0x100;
+        EXPECT_EQ(usage.TryGetUsageValue(shadow.c_str(), value), model.count(FoldAsciiCase(shadow)) == 1)
+            << WString(shadow).ToUtf8();
     }
 }
 
