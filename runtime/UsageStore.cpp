@@ -7,6 +7,7 @@
 #include <unordered_map>
 #include <unordered_set>
 
+#include "InlineMutex.h"
 #include "System.h"
 #include "UsageStoreFile.h"
 
@@ -312,7 +313,7 @@ std::string UsageKey::ToUtf8() const {
 // The state that items and timers reach back to; it outlives the store while
 // a handle holds an item.
 struct UsageItems : std::enable_shared_from_this<UsageItems> {
-    std::mutex mutex;
+    InlineMutex mutex;
     // Creation order (a deletion moves the last item into the gap): a pattern
     // scan walks memory in the order it was allocated.
     std::vector<std::shared_ptr<UsageData>> ordered;
