@@ -8,7 +8,9 @@
 
 namespace {
 
-thread_local HostSandbox* activeSandbox = nullptr;
+// Read on every call to the store: fixed in the thread's block, not looked
+// up through the dynamic loader.
+thread_local HostSandbox* activeSandbox [[gnu::tls_model("initial-exec")]] = nullptr;
 
 // Through the store's public face only, so that its internals may change.
 void CopyItems(UsageStore const& from, UsageStore& to) {

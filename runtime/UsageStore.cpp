@@ -73,8 +73,8 @@ class PackedKey {
 public:
     explicit PackedKey(std::wstring_view key) : text_(key) {
         std::size_t count = (key.size() + 7) / 8;
-        if (count > InlineWords) heap_.resize(count);
-        words_ = count > InlineWords ? heap_.data() : inline_;
+        if (count > InlineWords) heap_ = std::make_unique<std::uint64_t[]>(count);
+        words_ = count > InlineWords ? heap_.get() : inline_;
         std::uint32_t all = 0;
         std::size_t full = key.size() / 8;
         for (std::size_t w = 0; w < full; ++w) words_[w] = Pack(&key[8 * w], 8, all);
@@ -93,7 +93,7 @@ private:
     static constexpr std::size_t InlineWords = 8;
 
     // The low bytes of up to eight characters, the first lowest; `all` gathers their bits.
-    static std::uint64_t Pack(wchar_t const* chars, std::size_t count, std::uint32_t& all) {
+    [[gnu::always_inline]] static std::uint64_t Pack(wchar_t const* chars, std::size_t count, std::uint32_t& all) {
         std::uint64_t word = 0;
 #pragma GCC unroll 8  // straight code for a whole word: it runs for every look-up
         for (std::size_t i = 0; i < count; ++i) {
@@ -108,7 +108,7 @@ private:
     bool narrow_;
     std::uint64_t* words_;
     std::uint64_t inline_[InlineWords];
-    std::vector<std::uint64_t> heap_;
+    std::unique_ptr<std::uint64_t[]> heap_;
 };
 
 std::uint32_t KeyHash(UsageKey const& key) {
