@@ -26,13 +26,21 @@ bool IsValidKeyCharacter(wchar_t c) {
 UsageReference::UsageReference() = default;
 UsageReference::UsageReference(std::nullptr_t) {}
 UsageReference::UsageReference(std::shared_ptr<UsageData> data) : data_(std::move(data)) {}
-UsageReference::UsageReference(UsageReference const& other) = default;
-UsageReference& UsageReference::operator=(UsageReference const& other) = default;
+UsageReference::UsageReference(UsageReference const& other) : data_(other.data_) {}
+
+UsageReference& UsageReference::operator=(UsageReference const& other) {
+    data_ = other.data_;
+    key_.reset();
+    return *this;
+}
+
 UsageReference::~UsageReference() = default;
 
 WString const& UsageReference::GetKey() const {
-    if (data_ && key_.str.empty()) key_ = WString(data_->key.ToWide());
-    return key_;
+    static WString const noKey;
+    if (!data_) return noKey;
+    if (!key_) key_ = std::make_unique<WString>(data_->key.ToWide());
+    return *key_;
 }
 
 UsageDataType UsageReference::GetDataType() const { return data_ ? data_->type.load() : 0; }

@@ -74,8 +74,9 @@ public:
 
 private:
     std::shared_ptr<UsageData> data_;
-    // The store keeps keys compactly; the wide text is made on first request.
-    mutable WString key_;
+    // The store keeps keys compactly; the wide text is made on first request,
+    // and a reference that is never asked costs no string.
+    mutable std::unique_ptr<WString> key_;
 };
 
 // A running automatic timer: its destruction (also by an exception) adds the
