@@ -72,9 +72,9 @@ std::uint32_t HashWords(std::size_t size, std::size_t wordCount, Words const& wo
 class PackedKey {
 public:
     explicit PackedKey(std::wstring_view key) : text_(key) {
-        std::size_t count = (key.size() + 7) / 8;
+        std::size_t count = WordCount();
         if (count > InlineWords) heap_ = std::make_unique<std::uint64_t[]>(count);
-        words_ = count > InlineWords ? heap_.get() : inline_;
+        words_ = heap_ ? heap_.get() : inline_;
         std::uint32_t all = 0;
         std::size_t full = key.size() / 8;
         for (std::size_t w = 0; w < full; ++w) words_[w] = Pack(&key[8 * w], 8, all);
