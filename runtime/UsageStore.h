@@ -5,8 +5,10 @@
 // through a flat index: open addressing over the items' places in a
 // creation-order list, each slot one 32-bit word (a place and eight bits of
 // hash), with short keys kept inside the item records. A look-up touches one
-// slot and the item it finds, which is what lets a monitor look up every key
-// of a large store each second. At most 16 777 214 items (far beyond the
+// slot and the item it finds; one that repeats the order of earlier look-ups
+// on its thread (a monitor's pass) tries the remembered next item before the
+// slot. That is what lets a monitor look up every key of a large store each
+// second. At most 16 777 214 items (far beyond the
 // instrument's memory); another new key is refused with std::length_error.
 // Every operation takes the store's lock for itself only; values are read
 // through references without a lock. A change marks its item dirty; a save

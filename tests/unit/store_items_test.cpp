@@ -1,10 +1,13 @@
 // The usage store in memory, where commands do not show it: its index under
-// random creations and deletions, kinds and history, references that
-// outlive their item, unsaved counts and automatic timers. Keys, patterns
-// and listings are the UsageLog transcripts' part; concurrent changes are
-// checked through commands (UsageLogConcurrency) and saves (StoreFile).
+// random creations and deletions, lookups in a repeated order, kinds and
+// history, references that outlive their item, unsaved counts and automatic
+// timers. Keys, patterns and listings are the UsageLog transcripts' part;
+// concurrent changes are checked through commands (UsageLogConcurrency) and
+// saves (StoreFile).
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cmath>
 #include <cwctype>
@@ -13,6 +16,7 @@
 #include <random>
 #include <stdexcept>
 #include <thread>
+#include <vector>
 
 #include "UsageLog.h"
 #include "runtime/UsageStore.h"
@@ -63,6 +67,74 @@ TEST(StoreItems, IndexAgreesWithAPlainMapThroughRandomCreationsAndDeletions) {
         EXPECT_EQ(usage.TryGetUsageValue(shadow.c_str(), value), model.count(FoldAsciiCase(shadow)) == 1)
             << WString(shadow).ToUtf8();
     }
+}
+
+TEST(StoreLookupOrderConcurrency, LookupsInARepeatedOrderFindTheirItemWhileItemsMoveAndOtherLookupsInterleave) {
+    // A store remembers the order of lookups and tries the remembered item
+    // first. Here the order repeats pass after pass while deletions move
+    // items into other places, keys are named in other letter case, another
+    // store is asked between two lookups, and a second thread walks the same
+    // keys backwards. Every value is distinct, so a wrong item shows.
+    unsigned int const seed = 4211;
+    std::printf("order and churn: seed %u\n", seed);
+    std::mt19937 random(seed);
+    auto stableKey = [](int i) { return L"Order.Stable" + std::to_wstring(i) + L".Count"; };
+    auto churnKey = [](int i) { return L"Order.Churn" + std::to_wstring(i) + L".Count"; };
+    int const stable = 300, churn = 100;
+    UsageLog usage, other;
+    for (int i = 0; i < stable; ++i) usage.Increment(stableKey(i).c_str(), i + 1);
+    other.Increment(L"Order.Stable7.Count", -1);
+    std::map<std::wstring, int> churned;  // the churn keys that exist, by value
+    std::vector<std::wstring> order;
+    for (int i = 0; i < stable; ++i) order.push_back(stableKey(i));
+    for (int i = 0; i < churn; ++i) order.push_back(churnKey(i));
+    std::shuffle(order.begin(), order.end(), random);
+
+    std::atomic<bool> done{false};
+    std::atomic<int> wrongBackwards{0};
+    std::thread backwards([&] {
+        while (!done) {
+            for (int i = stable - 1; i >= 0; --i) {
+                int value = 0;
+                if (!usage.TryGetUsageValue(stableKey(i).c_str(), value) || value != i + 1) ++wrongBackwards;
+            }
+        }
+    });
+    int nextValue = 1000;
+    for (int pass = 0; pass < 40; ++pass) {
+        for (std::size_t n = 0; n < order.size(); ++n) {
+            std::wstring key = order[n];
+            if (random() % 4 == 0) {
+                for (wchar_t& c : key) c = random() % 2 ? std::towupper(c) : std::towlower(c);
+            }
+            int value = 0;
+            bool found = usage.TryGetUsageValue(key.c_str(), value);
+            auto expected = churned.find(order[n]);
+            bool isStable = order[n].find(L"Stable") != std::wstring::npos;
+            ASSERT_EQ(found, isStable || expected != churned.end()) << pass << " " << WString(key).ToUtf8();
+            if (isStable) {
+                EXPECT_EQ(value, std::stoi(order[n].substr(12)) + 1) << pass << " " << WString(key).ToUtf8();
+            } else if (found) {
+                EXPECT_EQ(value, expected->second) << pass << " " << WString(key).ToUtf8();
+            }
+            if (n % 50 == 0) {
+                EXPECT_EQ(other.GetUsageValue(L"order.stable7.count", 1), -1);
+            }
+        }
+        // Churn between passes: deleted keys leave gaps that the last item fills.
+        for (int c = 0; c < 30; ++c) {
+            std::wstring key = churnKey(static_cast<int>(random() % churn));
+            if (churned.erase(key) == 1) {
+                EXPECT_TRUE(usage.TryDeleteItem(key.c_str()));
+            } else {
+                usage.Increment(key.c_str(), nextValue);
+                churned[key] = nextValue++;
+            }
+        }
+    }
+    done = true;
+    backwards.join();
+    EXPECT_EQ(wrongBackwards, 0);
 }
 
 TEST(StoreItems, KindsStayHistoryGrowsAsDocumentedAndUnsavedItemsCountOnce) {
