@@ -1,4 +1,6 @@
-// UsageLogSpy over a store of 100 000 items. SpyIdle: a monitor with -d1
+// UsageLogSpy over a store of 100 000 items, as an instrument has it: the
+// keys were made in no particular order, saved, and loaded from the file at
+// start. SpyIdle: a monitor with -d1
 // while nothing changes, over 30 seconds; it reports the process's CPU time
 // as a share of one core (the goal is below 1 %). SpyFlush: the time of
 // "UsageLogSpy flush" against a monitor that polls once an hour, after 1 000
@@ -10,17 +12,22 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <future>
+#include <numeric>
+#include <random>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "frame/host/System.h"
 #include "runtime/Host.h"
+#include "runtime/UsageStore.h"
 #include "bench_host.h"
 
 namespace {
@@ -33,12 +40,23 @@ constexpr int ChangedItems = 1000;
 
 std::wstring ItemKey(int i) { return L"Bench.Item" + std::to_wstring(i) + L".Count"; }
 
-// Grows the store to `items` items of value 1.
+// Grows the store to `items` items of value 1, made in a shuffled order,
+// then saves it and loads it back as a restart does.
 void OpenStoreWith(int items = StoreItems) {
-    static int const opened = (OpenBenchHost("bench_spy"), 0);
-    (void)opened;
-    for (int i = static_cast<int>(System::usage.Count()); i < items; ++i)
-        System::usage.Increment(ItemKey(i).c_str(), 1);
+    static fs::path const folder = OpenBenchHost("bench_spy");
+    int const present = static_cast<int>(System::usage.Count());
+    if (present >= items) return;
+    std::vector<int> fresh(static_cast<std::size_t>(items - present));
+    std::iota(fresh.begin(), fresh.end(), present);
+    std::shuffle(fresh.begin(), fresh.end(), std::mt19937(7));
+    for (int i : fresh) System::usage.Increment(ItemKey(i).c_str(), 1);
+    System::usage.SaveChanges();
+    System::usage.Store().Close();
+    std::string error;
+    if (!System::usage.Store().Open((folder / "usage.db").string(), error)) {
+        std::fprintf(stderr, "bench_spy: %s\n", error.c_str());
+        std::exit(1);
+    }
 }
 
 // A monitor on a thread of its own whose lines are only counted.
