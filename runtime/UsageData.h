@@ -104,9 +104,9 @@ struct UsageData {
     bool changedSinceSnapshot = false;  // tells a save whether the item changed again meanwhile
     bool inDirtyList = false;
     bool mayBeInFile = false;           // a deletion must reach the file
-    // Where the lookup after this item's went last time, and a tag of that
-    // key's hash: a guess that the store checks before its index. Kept in
-    // padding that the record has anyway.
+    // The place the lookup after this item's lookup went to last time, and
+    // 16 bits of that key's hash: the store's guess, checked before its
+    // index. Both sit in padding that the record has anyway.
     std::uint16_t nextLookupTag = 0;
     std::uint32_t slot = 0;             // place in the store's creation-order list
     std::uint32_t keyHash = 0;          // of the folded key, for the store's index

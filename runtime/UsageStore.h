@@ -8,8 +8,8 @@
 // slot and the item it finds; one that repeats the order of earlier look-ups
 // on its thread (a monitor's pass) tries the remembered next item before the
 // slot. That is what lets a monitor look up every key of a large store each
-// second. At most 16 777 214 items (far beyond the
-// instrument's memory); another new key is refused with std::length_error.
+// second. At most 16 777 214 items (far beyond the instrument's memory);
+// another new key is refused with std::length_error.
 // Every operation takes the store's lock for itself only; values are read
 // through references without a lock. A change marks its item dirty; a save
 // writes only the dirty items and the deletions since the last save, in one

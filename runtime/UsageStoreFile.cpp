@@ -289,8 +289,8 @@ bool UsageStoreFile::ReadRows(UsageRowSink& sink, std::string& error) {
     // In key order, as a monitor sorts its keys: the items are then made,
     // and lie in memory, in the order that its passes walk them. In the
     // table's own order (that of the first saves) each lookup of a pass
-    // would go to another page; the sort costs about a third of a second
-    // at a million items.
+    // would go to another page; the sort costs about half a second at a
+    // million items.
     StatementGuard select;
     if (!Prepare("SELECT key, type, value, history FROM usage_item ORDER BY key COLLATE BINARY", select.statement,
                  error))
