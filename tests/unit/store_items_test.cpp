@@ -84,7 +84,7 @@ TEST(StoreLookupOrderConcurrency, LookupsInARepeatedOrderFindTheirItemWhileItems
     UsageLog usage, other;
     for (int i = 0; i < stable; ++i) usage.Increment(stableKey(i).c_str(), i + 1);
     other.Increment(L"Order.Stable7.Count", -1);
-    std::map<std::wstring, int> churned;  // the churn keys that exist, by value
+    std::map<std::wstring, int> churned;  // the churn keys that exist, with their values
     std::vector<std::wstring> order;
     for (int i = 0; i < stable; ++i) order.push_back(stableKey(i));
     for (int i = 0; i < churn; ++i) order.push_back(churnKey(i));
@@ -101,37 +101,41 @@ TEST(StoreLookupOrderConcurrency, LookupsInARepeatedOrderFindTheirItemWhileItems
         }
     });
     int nextValue = 1000;
-    for (int pass = 0; pass < 40; ++pass) {
-        for (std::size_t n = 0; n < order.size(); ++n) {
-            std::wstring key = order[n];
-            if (random() % 4 == 0) {
-                for (wchar_t& c : key) c = random() % 2 ? std::towupper(c) : std::towlower(c);
+    // In a function of its own, so that a failed assertion still stops the other thread.
+    auto walk = [&] {
+        for (int pass = 0; pass < 40; ++pass) {
+            for (std::size_t n = 0; n < order.size(); ++n) {
+                std::wstring key = order[n];
+                if (random() % 4 == 0) {
+                    for (wchar_t& c : key) c = random() % 2 ? std::towupper(c) : std::towlower(c);
+                }
+                int value = 0;
+                bool found = usage.TryGetUsageValue(key.c_str(), value);
+                auto expected = churned.find(order[n]);
+                bool isStable = order[n].find(L"Stable") != std::wstring::npos;
+                ASSERT_EQ(found, isStable || expected != churned.end()) << pass << " " << WString(key).ToUtf8();
+                if (isStable) {
+                    EXPECT_EQ(value, std::stoi(order[n].substr(12)) + 1) << pass << " " << WString(key).ToUtf8();
+                } else if (found) {
+                    EXPECT_EQ(value, expected->second) << pass << " " << WString(key).ToUtf8();
+                }
+                if (n % 50 == 0) {
+                    EXPECT_EQ(other.GetUsageValue(L"order.stable7.count", 1), -1);
+                }
             }
-            int value = 0;
-            bool found = usage.TryGetUsageValue(key.c_str(), value);
-            auto expected = churned.find(order[n]);
-            bool isStable = order[n].find(L"Stable") != std::wstring::npos;
-            ASSERT_EQ(found, isStable || expected != churned.end()) << pass << " " << WString(key).ToUtf8();
-            if (isStable) {
-                EXPECT_EQ(value, std::stoi(order[n].substr(12)) + 1) << pass << " " << WString(key).ToUtf8();
-            } else if (found) {
-                EXPECT_EQ(value, expected->second) << pass << " " << WString(key).ToUtf8();
-            }
-            if (n % 50 == 0) {
-                EXPECT_EQ(other.GetUsageValue(L"order.stable7.count", 1), -1);
+            // Churn between passes: deleted keys leave gaps that the last item fills.
+            for (int c = 0; c < 30; ++c) {
+                std::wstring key = churnKey(static_cast<int>(random() % churn));
+                if (churned.erase(key) == 1) {
+                    EXPECT_TRUE(usage.TryDeleteItem(key.c_str()));
+                } else {
+                    usage.Increment(key.c_str(), nextValue);
+                    churned[key] = nextValue++;
+                }
             }
         }
-        // Churn between passes: deleted keys leave gaps that the last item fills.
-        for (int c = 0; c < 30; ++c) {
-            std::wstring key = churnKey(static_cast<int>(random() % churn));
-            if (churned.erase(key) == 1) {
-                EXPECT_TRUE(usage.TryDeleteItem(key.c_str()));
-            } else {
-                usage.Increment(key.c_str(), nextValue);
-                churned[key] = nextValue++;
-            }
-        }
-    }
+    };
+    walk();
     done = true;
     backwards.join();
     EXPECT_EQ(wrongBackwards, 0);
