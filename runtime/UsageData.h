@@ -57,7 +57,8 @@ public:
     bool IsWide() const { return wide_; }
     // Of a key of bytes: eight characters a word, the first in the lowest
     // byte, the last word zero padded.
-    std::size_t WordCount() const { return (size_ + 7) / 8; }
+    static constexpr std::size_t WordsFor(std::size_t characters) { return (characters + 7) / 8; }
+    std::size_t WordCount() const { return WordsFor(size_); }
     std::uint64_t Word(std::size_t i) const {
         std::uint64_t word;
         std::memcpy(&word, Bytes() + 8 * i, sizeof word);

@@ -85,7 +85,7 @@ public:
     std::wstring_view Text() const { return text_; }
     bool IsNarrow() const { return narrow_; }
     std::size_t size() const { return text_.size(); }
-    std::size_t WordCount() const { return (text_.size() + 7) / 8; }
+    std::size_t WordCount() const { return UsageKey::WordsFor(text_.size()); }
     std::uint64_t Word(std::size_t i) const { return words_[i]; }
     std::uint32_t Hash() const { return HashWords(size(), WordCount(), *this); }
 
@@ -353,8 +353,7 @@ struct UsageItems : std::enable_shared_from_this<UsageItems> {
     std::uint32_t PlaceOf(std::wstring_view key) const {
         PackedKey packed(key);
         std::uint32_t hash = packed.Hash();
-        UsageData* previous = nullptr;
-        if (lastLookup.items == this && lastLookup.place < ordered.size()) previous = ordered[lastLookup.place].get();
+        UsageData* previous = lastLookup.items == this ? ItemAt(lastLookup.place) : nullptr;
         std::uint32_t place = previous ? Guess(*previous, packed, hash) : KeyIndex::NotFound;
         if (place == KeyIndex::NotFound) {
             place = index.Find(packed, hash, *this);
@@ -365,17 +364,19 @@ struct UsageItems : std::enable_shared_from_this<UsageItems> {
             }
         }
         lastLookup = {this, place};
-        std::uint32_t next = ordered[place]->nextLookupPlace;
-        if (next < ordered.size()) __builtin_prefetch(ordered[next].get());
+        if (UsageData const* next = ItemAt(ordered[place]->nextLookupPlace)) __builtin_prefetch(next);
         return place;
     }
+
+    // The item at a remembered place, if the list still reaches that far.
+    UsageData* ItemAt(std::uint32_t place) const { return place < ordered.size() ? ordered[place].get() : nullptr; }
 
     static std::uint16_t GuessTag(std::uint32_t hash) { return static_cast<std::uint16_t>(hash); }
 
     std::uint32_t Guess(UsageData const& previous, PackedKey const& key, std::uint32_t hash) const {
-        std::uint32_t place = previous.nextLookupPlace;
-        bool right = previous.nextLookupTag == GuessTag(hash) && place < ordered.size() && SameKey(KeyAt(place), key);
-        return right ? place : KeyIndex::NotFound;
+        if (previous.nextLookupTag != GuessTag(hash)) return KeyIndex::NotFound;
+        UsageData const* guessed = ItemAt(previous.nextLookupPlace);
+        return guessed && SameKey(guessed->key, key) ? previous.nextLookupPlace : KeyIndex::NotFound;
     }
 
     std::shared_ptr<UsageData> Find(std::wstring_view key) const {
