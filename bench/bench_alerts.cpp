@@ -11,9 +11,9 @@
 #include <fstream>
 #include <string>
 
-#include "frame/host/System.h"
-#include "runtime/Host.h"
 #include "bench_host.h"
+#include "frame/host/System.h"
+#include "labhost/Host.h"
 
 namespace {
 

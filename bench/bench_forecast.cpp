@@ -10,7 +10,7 @@
 
 #include "System.h"
 #include "bench_host.h"
-#include "runtime/UsageStore.h"
+#include "labhost/store/UsageStore.h"
 
 namespace {
 

@@ -16,7 +16,7 @@
 #include <vector>
 
 #include "System.h"
-#include "runtime/Host.h"
+#include "labhost/Host.h"
 
 extern char** environ;
 

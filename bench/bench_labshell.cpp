@@ -13,7 +13,7 @@
 
 #include "System.h"
 #include "bench_host.h"
-#include "runtime/UsageStore.h"
+#include "labhost/store/UsageStore.h"
 
 namespace {
 // One data folder per item count, filled once through the store itself.

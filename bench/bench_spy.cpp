@@ -25,10 +25,10 @@
 #include <thread>
 #include <vector>
 
-#include "frame/host/System.h"
-#include "runtime/Host.h"
-#include "runtime/UsageStore.h"
 #include "bench_host.h"
+#include "frame/host/System.h"
+#include "labhost/Host.h"
+#include "labhost/store/UsageStore.h"
 
 namespace {
 

@@ -17,7 +17,7 @@
 #include "UsageLog.h"
 #include "bench_host.h"
 #include "frame/host/System.h"
-#include "runtime/UsageStore.h"
+#include "labhost/store/UsageStore.h"
 
 namespace {
 

@@ -62,6 +62,6 @@ count_lines() {
 }
 if git rev-parse --git-dir >/dev/null 2>&1; then
   test_lines=$(count_lines tests/)
-  code_lines=$(count_lines frame usage commands evaluator runtime shell)
+  code_lines=$(count_lines frame usage commands evaluator labhost shell)
   echo "test code: $test_lines lines, product code: $code_lines lines ($((100 * test_lines / code_lines)) %)"
 fi

@@ -24,8 +24,8 @@
 #include <vector>
 
 #include "../frame/host/System.h"
-#include "../runtime/ExitMeanings.h"
-#include "../runtime/UsageStore.h"
+#include "../labhost/store/UsageStore.h"
+#include "ExitMeanings.h"
 #include "Shell.h"
 
 namespace Shell {

@@ -4,7 +4,7 @@
 #include <atomic>
 #include <string>
 
-#include "../runtime/TextLines.h"
+#include "../labhost/text/TextLines.h"
 #include "Shell.h"
 
 namespace {

@@ -5,7 +5,7 @@
 #include <istream>
 #include <string>
 
-#include "../runtime/Host.h"
+#include "../labhost/Host.h"
 
 namespace Shell {
 

@@ -11,8 +11,8 @@
 #include <vector>
 
 #include "../frame/host/System.h"
-#include "../runtime/HostClock.h"
-#include "../runtime/UsageStore.h"
+#include "../labhost/services/HostClock.h"
+#include "../labhost/store/UsageStore.h"
 #include "Shell.h"
 
 namespace {

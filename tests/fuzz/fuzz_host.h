@@ -13,11 +13,11 @@
 #include <string>
 #include <thread>
 
-#include "runtime/Host.h"
-#include "runtime/HostClock.h"
-#include "shell/Shell.h"
 #include "System.h"
 #include "fuzz_check.h"
+#include "labhost/Host.h"
+#include "labhost/services/HostClock.h"
+#include "shell/Shell.h"
 
 namespace fuzz {
 
