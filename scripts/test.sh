@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Builds the project and runs every test: a plain build, one with
+# Checks the direction of includes between the tree's parts, then builds the
+# project and runs every test: a plain build, one with
 # AddressSanitizer and UndefinedBehaviorSanitizer, the concurrency tests
 # with ThreadSanitizer, a minute of fuzzing per fuzz target, and a build for
 # the instrument (32-bit ARM) under qemu. Installs what is missing first.
@@ -8,6 +9,8 @@
 set -eu
 cd "$(dirname "$0")/.."
 scripts/install-deps.sh
+# The parts of the tree include one another in one direction only.
+scripts/check-layers.py
 
 jobs=${JOBS:-2}
 legs=("$@")
