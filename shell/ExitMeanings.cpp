@@ -152,7 +152,7 @@ std::string MarkdownPage() {
         "3 whatever the command; the prompt tells such a stop from a command's own 3 by\n"
         "the code's kind. `UsageLogKeeper` reports a stop as 5.\n"
         "\n"
-        "This page is printed from the host's table (runtime/ExitMeanings.cpp); a unit\n"
+        "This page is printed from labshell's table (shell/ExitMeanings.cpp); a unit\n"
         "test fails when the two differ.\n";
     std::string current = "-";
     for (Entry const& entry : table) {

@@ -95,7 +95,7 @@ private:
     std::uint64_t timerId_;
 };
 
-class UsageStore;  // runtime: the implementation behind UsageLog
+class UsageStore;  // labhost/store: the implementation behind UsageLog
 
 class UsageLog {
 public:

@@ -47,7 +47,7 @@ TEST(ShellExitNumbers, EveryNumberInTheCommandsHasAMeaningAndThePageIsTheTable) 
         EXPECT_GE(numbers.size(), 3u) << unit;
         for (unsigned int number : numbers) {
             EXPECT_TRUE(number == 0 || table[command].count(number))
-                << command << " can end with " << number << ", which runtime/ExitMeanings.cpp does not explain";
+                << command << " can end with " << number << ", which shell/ExitMeanings.cpp does not explain";
         }
     }
     fs::path page = fs::path(LABSHELL_SOURCE_DIR) / "docs" / "exit-numbers.md";
