@@ -72,7 +72,8 @@ def main():
                     continue
                 target = resolve(top, path, match.group(1))
                 if target is None:
-                    problems.append(f"{path}:{number}: \"{match.group(1)}\" is found neither beside it nor in frame/host")
+                    problems.append(f"{path}:{number}: \"{match.group(1)}\" is found neither beside it "
+                                    "nor in frame/host")
                     continue
                 target_folder = os.path.dirname(target)
                 if target_folder == folder or target_folder in MAY_INCLUDE[folder]:
